@@ -1,0 +1,45 @@
+#include <gtest/gtest.h>
+
+#include "support/array.hpp"
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+using namespace mmekit;
+
+TEST(Stop, PrintsTheMessageAndThrows) {
+  CaptureOutput cap;
+  try {
+    stop(" line one\n line two");
+    FAIL() << "stop returned";
+  } catch (const Stop& e) {
+    EXPECT_EQ(std::string(e.what()), " line one\n line two");
+  }
+  EXPECT_EQ(cap.text(), " line one\n line two\n");
+}
+
+TEST(Stop, RunProgramGivesStatusOneOnlyAfterAStop) {
+  CaptureOutput cap;
+  EXPECT_EQ(run_program([] { out() << "fine\n"; }), 0);
+  EXPECT_EQ(run_program([] { stop("bad"); }), 1);
+  EXPECT_EQ(cap.text(), "fine\nbad\n");
+}
+
+TEST(Array, BoundsAndLayout) {
+  Array1<int> a(0, 3, 7);
+  EXPECT_EQ(a.size(), 4);
+  EXPECT_EQ(a.lower(), 0);
+  EXPECT_EQ(a.upper(), 3);
+  a(0) = 1;
+  a(3) = 4;
+  EXPECT_EQ(a.data()[0], 1);
+  EXPECT_EQ(a.data()[3], 4);
+  Array2<double> m(2, 3);
+  m(2, 1) = 5.0;  // first index fastest
+  m(1, 2) = 6.0;
+  EXPECT_EQ(m.data()[1], 5.0);
+  EXPECT_EQ(m.data()[2], 6.0);
+#ifdef MMEKIT_BOUNDS_CHECK
+  EXPECT_DEATH(a(4), "index 4 outside 0..3");
+  EXPECT_DEATH(m(3, 1), "index 3 outside 1..2");
+#endif
+}
