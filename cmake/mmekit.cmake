@@ -40,7 +40,8 @@ function(mmekit_library name)
   target_compile_options(${target} PRIVATE ${MMEKIT_WARNINGS})
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/src>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/mmekit>)
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/mmekit>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   foreach(dep IN LISTS ARG_DEPS)
     target_link_libraries(${target} PUBLIC mmekit_${dep})
   endforeach()

@@ -14,3 +14,5 @@ cd build-test
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 ctest --output-on-failure -j "$jobs"
+cd ..
+bash scripts/check-install.sh
