@@ -14,8 +14,8 @@ namespace mmekit {
 // invp(perm(k)) = k. head, qsize, list, marker are work arrays of n entries (resized if they
 // are shorter). delta: a node whose degree is at most (minimum degree + delta) may be
 // eliminated in the same round as the minimum-degree node, provided it is not adjacent to an
-// element formed in that round (delta < 0 counts as 0). maxint: the largest value the marker
-// tags may reach before they are reset (at least n+2 is sensible; smaller values only cause
+// element formed in that round; delta < 0 eliminates one node (group) per round. maxint: the
+// largest value the marker tags may reach before they are reset (at least n+2 is sensible; smaller values only cause
 // more frequent resets). nofsub: number of subscripts of the compressed factor structure, the
 // sum over the groups of indistinguishable nodes eliminated together of the group size plus
 // its external degree at elimination (row indices needed when one index list serves a group).
