@@ -1,0 +1,44 @@
+// Fixed-width fields for the printed lines of the sparse package (internal, not installed).
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "support/array.hpp"
+#include "support/free_format.hpp"
+
+namespace mmekit::sparse_detail {
+
+// An integer right-aligned in w columns; asterisks when it does not fit.
+inline std::string int_field(std::int64_t v, int w) {
+  char buf[40];
+  int len = std::snprintf(buf, sizeof buf, "%*lld", w, static_cast<long long>(v));
+  if (len > w) return std::string(static_cast<std::size_t>(w), '*');
+  return std::string(buf, static_cast<std::size_t>(len));
+}
+
+// A real with d decimals right-aligned in w columns (an Fw.d field); asterisks when it does
+// not fit, as for a non-number.
+inline std::string fixed_field(double v, int w, int d) {
+  if (v != v) return std::string(static_cast<std::size_t>(w > 3 ? w - 3 : 0), ' ') + "NaN";
+  char buf[400];
+  int len = std::snprintf(buf, sizeof buf, "%*.*f", w, d, v);
+  if (len < 0 || len > w || v - v != 0.0) return std::string(static_cast<std::size_t>(w), '*');
+  return std::string(buf, static_cast<std::size_t>(len));
+}
+
+// Prints the rows of a square matrix, 20 values of 12 columns with 4 decimals to a line.
+void print_dense_rows(const Array2<double>& d);
+
+// A message followed by values in free format, joined by exactly one blank.
+template <class... Args>
+std::string message(std::string_view text, const Args&... values) {
+  std::string v = free_format(values...);
+  std::string s(text);
+  if (!s.empty() && s.back() == ' ' && !v.empty() && v.front() == ' ') v.erase(0, 1);
+  return s + v;
+}
+
+}  // namespace mmekit::sparse_detail

@@ -1,0 +1,125 @@
+// The hash matrix `sparse_hashm`, the hash locators and the parameters of the sparse package.
+//
+// `sparse_hashm` is an open-addressed table of (row, column, value) triplets keyed by the pair
+// (row, column). The mixed-model equations are accumulated into it element by element with
+// `addm_sparse_hashm`; the table grows by itself. Before iteration it is packed and sorted in
+// place (`sort_sparse_hashm`, run by the hash solver on its first call), after which it no
+// longer accepts additions.
+//
+// The locators find or create the slot of a key in a 2-D table whose columns are slots and
+// whose first rows hold the key. They all share one `mode` contract:
+//   mode 0 (search): the slot of the key, or 0 when an empty slot is reached;
+//   mode 1 (create): the slot of the key; when absent the key is written into the empty slot
+//                    reached and `count` grows by 1;
+//   any other mode : the slot of the key, or the empty slot reached, with nothing written.
+// A locator returns -1 when its probe limit is exhausted (5000 probes; the integer one stops
+// the run after 10000 instead). Tables are column-major: slot k (1-based) occupies
+// table[(k-1)*rows .. (k-1)*rows + rows-1] of the 0-based data pointer.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "support/array.hpp"
+
+namespace mmekit {
+
+// Parameters of the sparse package. One process-wide instance, `sparse_param`, is read by the
+// hash matrix and by every iterative solver; a calling program sets its fields directly.
+struct SparseParameters {
+  std::int32_t hash_type = 2;            // 2: mixing hash; anything else: prime-weighted hash
+  std::int64_t hash_default_size = 5000; // slots when init_sparse_hashm gets no size
+  float hash_grow = 1.5f;                // growth factor of the table
+  float hash_fill = 0.9f;                // occupancy above which the table grows
+  bool hash_pow2 = false;                // slot counts rounded up to a power of two
+  float solve_conv = 1e-10f;             // convergence limit of the iterative solvers
+  float solve_relax = 1.0f;              // relaxation factor of the stationary solvers
+  std::int32_t solve_rounds = 1000;      // upper limit on rounds of the iterative solvers
+  bool solve_zerosol = true;             // solvers clear the solution vector before starting
+  std::int32_t solve_verbose = 2;        // above 1 the solvers print their closing lines
+};
+
+extern SparseParameters sparse_param;
+
+// Puts every parameter back to its default.
+void reset_sparse_parameters();
+
+// Sparse symmetric (or general) matrix in a hash table.
+//   status 0: no table; 1: accumulating in hash order; 2: packed and sorted by (row, column)
+//   storage 'u': only i <= j is kept (the default); 'f': both triangles
+//   x(1,k), x(2,k): row and column of slot k as reals (both 0 for an empty slot); x(3,k) value
+struct sparse_hashm {
+  std::int32_t n = 0;
+  std::int64_t hash_size = 0;
+  std::int64_t nel = 0;
+  std::int32_t status = 0;
+  char storage = 'u';
+  Array2<double> x;  // 3 x hash_size, empty while not allocated
+
+  bool allocated() const { return !x.empty(); }
+};
+
+// Prepares `a` for accumulation (status 1, storage 'u' unless `storage` is 'f'). With the
+// mixing hash (hash_type 2) the call first sets hash_pow2, hash_grow 2.0 and hash_fill 0.8.
+void init_sparse_hashm(sparse_hashm& a, std::int32_t n, std::optional<std::int64_t> size = std::nullopt,
+                       std::optional<char> storage = std::nullopt);
+// Back to a new structure; frees the table.
+void reset_sparse_hashm(sparse_hashm& a);
+// Element (i, j) += value; grows the table when needed. Lower-triangle pairs of a 'u' matrix
+// are dropped.
+void addm_sparse_hashm(double value, std::int32_t i, std::int32_t j, sparse_hashm& a);
+// Element (i, j) = value; never grows.
+void setm_sparse_hashm(double value, std::int32_t i, std::int32_t j, sparse_hashm& a);
+// Value of (i, j), 0.0 where absent (and for j < i in 'u' storage).
+double getm_sparse_hashm(std::int32_t i, std::int32_t j, const sparse_hashm& a);
+void getm_sparse_hashm(std::int32_t i, std::int32_t j, const sparse_hashm& a, double& result);
+// target becomes a copy of source; a sorted source gives a fresh table in hash order.
+void copy_sparse_hashm(sparse_hashm& target, const sparse_hashm& source);
+// Prints the matrix: option "int..." lists occupied slots, otherwise the dense expansion.
+void printm_sparse_hashm(const sparse_hashm& a, std::optional<std::string_view> option = std::nullopt);
+// Packs and sorts a matrix in status 1 in place and sets status 2 (no effect in status 2).
+void sort_sparse_hashm(sparse_hashm& a);
+
+// ---- locators ------------------------------------------------------------------------------
+
+// The mixing steps on unsigned 64-bit state (exposed for tests and for other tables).
+void hash_mix3(std::uint64_t& a, std::uint64_t& b, std::uint64_t& c);
+void hash_final3(std::uint64_t& a, std::uint64_t& b, std::uint64_t& c);
+
+// Key of two reals in a table of `rows` x `hash_size` reals; hash_size a power of two.
+// Prints "Pb 5000 collisions" when it gives up.
+std::int64_t hash_pair(const double* key, double* table, std::int64_t hash_size, std::int64_t rows,
+                       std::int64_t mode, std::int64_t& count);
+// Key of nk reals, mixing hash; hash_size a power of two.
+std::int64_t hash_vector(const double* key, std::int64_t nk, double* table, std::int64_t hash_size,
+                         std::int64_t rows, std::int64_t mode, std::int64_t& count);
+std::int32_t hash_vector_i4(const double* key, std::int32_t nk, double* table, std::int32_t hash_size,
+                            std::int32_t rows, std::int32_t mode, std::int32_t& count);
+// Prime-weighted locators (keys of at most 10 positions); any hash_size.
+std::int32_t hash_prime_real(const double* key, std::int32_t nk, double* table, std::int32_t hash_size,
+                             std::int32_t rows, std::int32_t mode, std::int32_t& count);
+std::int32_t hash_prime_int(const std::int32_t* key, std::int32_t nk, std::int32_t* table,
+                            std::int32_t hash_size, std::int32_t rows, std::int32_t mode,
+                            std::int32_t& count);
+
+// ---- packing and sorting of triplet tables -------------------------------------------------
+
+// Moves the `nel` occupied columns (row index nonzero) of x (rows x hash_size) to columns 1..nel.
+void pack_hashm(double* x, std::int64_t hash_size, std::int64_t rows, std::int64_t nel);
+// Sorts columns 1..nel of x by the key rows (1-based row numbers, most significant first),
+// comparing the keys truncated to integers. Non-recursive quicksort, columns swapped whole.
+void sort_hashm(double* x, std::int64_t hash_size, std::int64_t rows, std::span<const std::int32_t> key_rows,
+                std::int64_t nel);
+void sort_hashm_i4(double* x, std::int32_t hash_size, std::int32_t rows, std::span<const std::int32_t> key_rows,
+                   std::int32_t nel);
+
+// Truncation of a stored real to an integer index, toward zero; values outside the int64 range
+// and non-numbers give 0 (treated as "no index").
+inline std::int64_t trunc_index(double v) {
+  if (!(v > -9.2e18 && v < 9.2e18)) return 0;
+  return static_cast<std::int64_t>(v);
+}
+
+}  // namespace mmekit

@@ -1,0 +1,254 @@
+// Row-compressed and list forms, and the conversions between them and the hash matrix.
+#include "sparse/ija.hpp"
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "sparse/fields.hpp"
+#include "support/free_format.hpp"
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+namespace mmekit {
+
+namespace {
+
+constexpr std::int64_t kMaxI4 = std::numeric_limits<std::int32_t>::max();
+
+[[noreturn]] void too_many(std::int64_t count) {
+  stop("CONVERT_HASH_IJA_GENERAL: too many elements found in a hash matrix\n" +
+       sparse_detail::message("The upper limit & actual number of elements", kMaxI4, count));
+}
+
+// Both conversions: `full` places every off-diagonal element also at its mirror position.
+// Elements with an index outside 1..n have no place in the form and are left out.
+void convert_upper(sparse_ija& target, const sparse_hashm& source, bool full) {
+  if (source.nel > kMaxI4) too_many(source.nel);
+  const std::int32_t n = source.n > 0 ? source.n : 0;
+  const std::int64_t slots = source.allocated() ? source.hash_size : 0;
+  const double* x = source.x.data();
+  std::vector<std::int64_t> c(static_cast<std::size_t>(n) + 1, 0);  // c[i], 1-based
+  auto in_range = [n](std::int64_t i, std::int64_t j) { return i >= 1 && j >= 1 && i <= n && j <= n; };
+  for (std::int64_t k = 0; k < slots; ++k) {
+    const double* s = x + 3 * k;
+    const std::int64_t i = trunc_index(s[0]);
+    if (i <= 0) continue;
+    const std::int64_t j = trunc_index(s[1]);
+    if (!in_range(i, j)) continue;
+    if (full) {
+      if (i < j) {
+        ++c[static_cast<std::size_t>(i)];
+        ++c[static_cast<std::size_t>(j)];
+      }
+    } else if (i < j) {
+      // An element below the diagonal cannot be placed in the upper form, so it is not counted.
+      ++c[static_cast<std::size_t>(i)];
+    }
+  }
+  std::int64_t total = n;
+  for (std::int32_t i = 1; i <= n; ++i) total += c[static_cast<std::size_t>(i)];
+  if (total > kMaxI4) too_many(total);
+
+  reset_sparse_ija(target);
+  target.n = n;
+  target.nel = static_cast<std::int32_t>(total);
+  target.ia.assign(n + 1, 0);
+  target.ja.assign(target.nel, 0);
+  target.a.assign(target.nel, 0.0);
+  target.ia(1) = 1;
+  for (std::int32_t i = 1; i <= n; ++i) {
+    target.ia(i + 1) = target.ia(i) + 1 + static_cast<std::int32_t>(c[static_cast<std::size_t>(i)]);
+    target.ja(target.ia(i)) = i;
+  }
+  std::fill(c.begin(), c.end(), 1);
+  std::int32_t* ia = target.ia.data() - 1;  // 1-based views of the three arrays
+  std::int32_t* ja = target.ja.data() - 1;
+  double* av = target.a.data() - 1;
+  for (std::int64_t k = 0; k < slots; ++k) {
+    const double* s = x + 3 * k;
+    const std::int64_t i = trunc_index(s[0]);
+    if (i <= 0) continue;
+    const std::int64_t j = trunc_index(s[1]);
+    if (!in_range(i, j)) continue;
+    if (i == j) {
+      av[ia[i]] = s[2];
+    } else if (i < j) {
+      std::int64_t pos = ia[i] + c[static_cast<std::size_t>(i)]++;
+      ja[pos] = static_cast<std::int32_t>(j);
+      av[pos] = s[2];
+      if (full) {
+        pos = ia[j] + c[static_cast<std::size_t>(j)]++;
+        ja[pos] = static_cast<std::int32_t>(i);
+        av[pos] = s[2];
+      }
+    }
+  }
+}
+
+}  // namespace
+
+void CONVERT_HASH_IJA(sparse_ija& target, const sparse_hashm& source) {
+  if (source.storage == 'f') stop("CONVERT_HASH_IJA: not yet implemented for full-stored hash matrix");
+  convert_upper(target, source, false);
+}
+
+void CONVERT_HASH_IJA_GENERAL(sparse_ija& target, const sparse_hashm& source, std::optional<std::int32_t> mode) {
+  if (source.storage == 'f') stop("CONVERT_HASH_IJA_GENERAL: not yet implemented for full-stored matrix");
+  convert_upper(target, source, mode && *mode == 1);
+}
+
+void hashia(const double* table, std::int32_t m_hash, std::int32_t n, Array1<std::int32_t>& ia,
+            Array1<std::int32_t>& ja, Array1<double>& a, std::int32_t m) {
+  if (n < 0) n = 0;
+  std::vector<std::int64_t> c(static_cast<std::size_t>(n) + 1, 0);
+  std::int64_t bad = 0;
+  auto legal = [n](std::int64_t i, std::int64_t j) { return i >= 1 && j >= 1 && i <= n && j <= n; };
+  for (std::int64_t k = 0; k < m_hash; ++k) {
+    const double* s = table + 3 * k;
+    if (s[0] == 0.0) continue;
+    const std::int64_t i = trunc_index(s[0]), j = trunc_index(s[1]);
+    if (legal(i, j))
+      ++c[static_cast<std::size_t>(i)];
+    else
+      ++bad;
+  }
+  if (ia.size() < n + 1) ia.resize(n + 1);
+  ia(1) = 1;
+  std::int64_t next = 1;
+  for (std::int32_t i = 1; i <= n; ++i) {
+    next += c[static_cast<std::size_t>(i)];
+    if (next > kMaxI4) too_many(next - 1);
+    ia(i + 1) = static_cast<std::int32_t>(next);
+  }
+  const std::int32_t needed = ia(n + 1) - 1;
+  if (m < needed) stop(sparse_detail::message("Too small parameter m in hashia:should be > ", needed));
+  if (ja.size() < needed) ja.resize(needed);
+  if (a.size() < needed) a.resize(needed);
+  std::fill(c.begin(), c.end(), 0);
+  for (std::int64_t k = 0; k < m_hash; ++k) {
+    const double* s = table + 3 * k;
+    if (s[0] == 0.0) continue;
+    const std::int64_t i = trunc_index(s[0]), j = trunc_index(s[1]);
+    // An element with a column over n has no room in its row: it is only counted as bad.
+    if (!legal(i, j)) continue;
+    const std::int64_t pos = ia(i) + c[static_cast<std::size_t>(i)]++;
+    ja(pos) = static_cast<std::int32_t>(j);
+    a(pos) = s[2];
+  }
+  if (bad > 0) out() << free_format(bad) << " elements in HASH->IJA conversion had index(es) over" << free_format(n) << '\n';
+}
+
+void HASHM_UPPER_FULL(sparse_hashm& target, const sparse_hashm& source) {
+  if (source.storage != 'u') stop("HASHM_UPPER_FULL: original matrix not upper");
+  if (&target == &source) {
+    const sparse_hashm copy = source;
+    HASHM_UPPER_FULL(target, copy);
+    return;
+  }
+  init_sparse_hashm(target, source.n, std::nullopt, 'f');
+  const std::int64_t slots = source.allocated() ? source.hash_size : 0;
+  const double* x = source.x.data();
+  for (std::int64_t k = 0; k < slots; ++k) {
+    const double* s = x + 3 * k;
+    if (s[0] == 0.0) continue;
+    const auto i = static_cast<std::int32_t>(trunc_index(s[0]));
+    const auto j = static_cast<std::int32_t>(trunc_index(s[1]));
+    addm_sparse_hashm(s[2], i, j, target);
+    if (i < j) addm_sparse_hashm(s[2], j, i, target);
+  }
+}
+
+void HASHM_FULL_UPPER(sparse_hashm& target, const sparse_hashm& source) {
+  if (source.storage != 'f') stop("HASHM_FULL_UPPER: original matrix not full storage");
+  if (&target == &source) {
+    const sparse_hashm copy = source;
+    HASHM_FULL_UPPER(target, copy);
+    return;
+  }
+  init_sparse_hashm(target, source.n, std::nullopt, 'u');
+  const std::int64_t slots = source.allocated() ? source.hash_size : 0;
+  const double* x = source.x.data();
+  for (std::int64_t k = 0; k < slots; ++k) {
+    const double* s = x + 3 * k;
+    if (s[0] == 0.0) continue;
+    const auto i = static_cast<std::int32_t>(trunc_index(s[0]));
+    const auto j = static_cast<std::int32_t>(trunc_index(s[1]));
+    if (i <= j) addm_sparse_hashm(s[2], i, j, target);
+  }
+}
+
+void hash_from_ija(sparse_hashm& target, const sparse_ija& source) {
+  const sparse_ija* src = &source;
+  init_sparse_hashm(target, source.n);
+  for (std::int32_t i = 1; i <= src->n; ++i)
+    for (std::int32_t k = src->ia(i); k < src->ia(i + 1); ++k) addm_sparse_hashm(src->a(k), i, src->ja(k), target);
+}
+
+void ija_from_hash(sparse_ija& target, const sparse_hashm& source) { CONVERT_HASH_IJA(target, source); }
+
+double getm_sparse_ija(std::int32_t i, std::int32_t j, const sparse_ija& a) {
+  if (i < 1 || i > a.n || !a.allocated()) return 0.0;
+  for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k)
+    if (a.ja(k) == j) return a.a(k);
+  return 0.0;
+}
+
+void getm_sparse_ija(std::int32_t i, std::int32_t j, const sparse_ija& a, double& result) {
+  result = getm_sparse_ija(i, j, a);
+}
+
+void reset_sparse_ija(sparse_ija& a) {
+  a.n = 0;
+  a.nel = 0;
+  a.m = 0;
+  a.ia = Array1<std::int32_t>();
+  a.ja = Array1<std::int32_t>();
+  a.a = Array1<double>();
+}
+
+namespace sparse_detail {
+
+// The dense expansion of the upper form: (i, j) with j >= i at (i, j) and, for j > i, at
+// (j, i); elements below the diagonal are ignored.
+Array2<double> dense_of_ija(const sparse_ija& a) {
+  const std::int64_t n = a.n > 0 ? a.n : 0;
+  Array2<double> d(n, n, 0.0);
+  if (!a.allocated()) return d;
+  for (std::int32_t i = 1; i <= n; ++i)
+    for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k) {
+      const std::int32_t j = a.ja(k);
+      if (j < i || j > n) continue;
+      d(i, j) += a.a(k);
+      if (j > i) d(j, i) += a.a(k);
+    }
+  return d;
+}
+
+}  // namespace sparse_detail
+
+void printm_sparse_ija(const sparse_ija& a, std::optional<std::string_view> option) {
+  if (option && option->substr(0, 3) == "int") {
+    if (!a.allocated()) return;
+    for (std::int32_t i = 1; i <= a.n; ++i)
+      for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k)
+        out() << sparse_detail::int_field(i, 8) << sparse_detail::int_field(a.ja(k), 8)
+              << sparse_detail::fixed_field(a.a(k), 12, 4) << '\n';
+    return;
+  }
+  sparse_detail::print_dense_rows(sparse_detail::dense_of_ija(a));
+}
+
+void init_sparse_ll(sparse_ll& a, std::int32_t n) {
+  if (a.allocated()) {
+    if (n != a.n) stop("reset in sparse_ll not yet implemented");
+    for (auto& head : a.heads)
+      for (sparse_ll_node* node = &head; node != nullptr; node = node->next.get()) node->val = 0.0f;
+    return;
+  }
+  a.n = n;
+  a.heads = Array1<sparse_ll_node>(n > 0 ? n : 0);
+}
+
+}  // namespace mmekit
