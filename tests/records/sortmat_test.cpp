@@ -1,0 +1,264 @@
+#include "records/sortmat.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+using namespace mmekit;
+
+namespace {
+
+std::int32_t bits_of(float f) {
+  std::int32_t i;
+  std::memcpy(&i, &f, 4);
+  return i;
+}
+std::int32_t text4(const char* s) {
+  std::int32_t i;
+  std::memcpy(&i, s, 4);
+  return i;
+}
+
+std::vector<std::int32_t> column(const Array2<std::int32_t>& m, std::int64_t j) {
+  std::vector<std::int32_t> c;
+  for (std::int64_t i = 1; i <= m.rows(); ++i) c.push_back(m(i, j));
+  return c;
+}
+
+// Reference "less" by the definition of each key type, written independently of the code.
+bool ref_less(const std::vector<std::int32_t>& a, const std::vector<std::int32_t>& b,
+              const std::vector<std::int32_t>& keys, const std::string& types) {
+  for (std::size_t k = 0; k < keys.size(); ++k) {
+    const std::int32_t x = a[static_cast<std::size_t>(keys[k] - 1)], y = b[static_cast<std::size_t>(keys[k] - 1)];
+    const char t = types.empty() ? 'i' : types[k];
+    if (t == 'i') {
+      if (x != y) return x < y;
+    } else if (t == 'r') {
+      float fx, fy;
+      std::memcpy(&fx, &x, 4);
+      std::memcpy(&fy, &y, 4);
+      if (fx != fy) return fx < fy;
+    } else {
+      std::string sx(reinterpret_cast<const char*>(&x), 4), sy(reinterpret_cast<const char*>(&y), 4);
+      // text order of the characters as unsigned bytes
+      for (int c = 0; c < 4; ++c) {
+        const auto ux = static_cast<unsigned char>(sx[static_cast<std::size_t>(c)]);
+        const auto uy = static_cast<unsigned char>(sy[static_cast<std::size_t>(c)]);
+        if (ux != uy) return ux < uy;
+      }
+    }
+  }
+  return false;
+}
+
+// Sorts `m` with sortmat and checks against std::stable_sort: the same multiset of columns,
+// and the same sequence of keys (the sort is not stable, so columns with equal keys may differ).
+void check_against_reference(Array2<std::int32_t> m, const std::vector<std::int32_t>& keys, const std::string& types,
+                             std::int32_t n) {
+  std::vector<std::vector<std::int32_t>> ref;
+  for (std::int64_t j = 1; j <= n; ++j) ref.push_back(column(m, j));
+  std::stable_sort(ref.begin(), ref.end(),
+                   [&](const auto& a, const auto& b) { return ref_less(a, b, keys, types); });
+  const Array2<std::int32_t> before = m;
+  if (types.empty()) {
+    sortmat(m, keys, n);
+  } else {
+    sortmat(m, keys, n, std::nullopt, types);
+  }
+  std::vector<std::vector<std::int32_t>> got, want = ref;
+  for (std::int64_t j = 1; j <= n; ++j) {
+    got.push_back(column(m, j));
+    // Equal keys by the key types (0.0 and -0.0 are equal reals).
+    const auto& want_col = ref[static_cast<std::size_t>(j - 1)];
+    ASSERT_FALSE(ref_less(got.back(), want_col, keys, types) || ref_less(want_col, got.back(), keys, types))
+        << "column " << j;
+  }
+  std::sort(got.begin(), got.end());
+  std::sort(want.begin(), want.end());
+  ASSERT_EQ(got, want);
+  for (std::int64_t j = n + 1; j <= m.cols(); ++j) ASSERT_EQ(column(m, j), column(before, j));
+}
+
+template <class F>
+std::string stop_text(F body) {
+  CaptureOutput cap;
+  EXPECT_THROW(body(), Stop);
+  return cap.text();
+}
+
+}  // namespace
+
+TEST(Sortmat, CompareKeys) {
+  const std::vector<std::int32_t> a{1, 5, -3}, b{1, 5, 7}, c{1, 5, -3};
+  EXPECT_EQ(compare_keys(a, b, false), 1);
+  EXPECT_EQ(compare_keys(b, a, false), 3);
+  EXPECT_EQ(compare_keys(a, c, false), 2);
+  // Descending swaps the result of the whole key, not of each key.
+  EXPECT_EQ(compare_keys(a, b, true), 3);
+  EXPECT_EQ(compare_keys(b, a, true), 1);
+  EXPECT_EQ(compare_keys(a, c, true), 2);
+  // Reals by value: -2.0 has a larger bit pattern as an integer than -1.0 but is smaller.
+  const std::vector<std::int32_t> r1{bits_of(-2.0f)}, r2{bits_of(-1.0f)};
+  EXPECT_EQ(compare_keys(r1, r2, false, "r"), 1);
+  EXPECT_EQ(compare_keys(r1, r2, false, "i"), 3);
+  EXPECT_EQ(compare_keys(r1, r2, false), 3);
+  // A NaN is neither less nor greater: equal, and the next key decides.
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const std::vector<std::int32_t> n1{bits_of(nan), 1}, n2{bits_of(3.0f), 2};
+  EXPECT_EQ(compare_keys(n1, n2, false, "ri"), 1);
+  EXPECT_EQ(compare_keys(n2, n1, false, "ri"), 3);
+  // Text in character order, first character most significant whatever the byte order.
+  const std::vector<std::int32_t> t1{text4("abzz")}, t2{text4("acaa")};
+  EXPECT_EQ(compare_keys(t1, t2, false, "a"), 1);
+  // Characters above 127 come after the ASCII letters.
+  const std::vector<std::int32_t> t3{text4("\xe9" "aaa")};
+  EXPECT_EQ(compare_keys(t2, t3, false, "a"), 1);
+  // A character other than i, a, r leaves its key without effect.
+  EXPECT_EQ(compare_keys(a, b, false, "iix"), 2);
+  EXPECT_EQ(compare_keys(a, b, false, "ii"), 2);
+}
+
+TEST(Sortmat, MatchesAStableSortOnRandomMatrices) {
+  std::mt19937 rng(11);
+  for (int trial = 0; trial < 60; ++trial) {
+    const std::int32_t rows = 1 + static_cast<std::int32_t>(rng() % 5);
+    const std::int32_t cols = static_cast<std::int32_t>(rng() % 400);
+    const std::int32_t spread = trial % 3 == 0 ? 3 : 1000;  // many ties or few
+    Array2<std::int32_t> m(rows, cols);
+    for (auto& v : m.vec()) v = static_cast<std::int32_t>(rng() % static_cast<unsigned>(spread)) - spread / 2;
+    std::vector<std::int32_t> keys;
+    for (std::int32_t k = 0; k < 1 + static_cast<std::int32_t>(rng() % 3); ++k) {
+      keys.push_back(1 + static_cast<std::int32_t>(rng() % static_cast<unsigned>(rows)));
+    }
+    const std::int32_t n = trial % 4 == 0 ? cols / 2 : cols;
+    check_against_reference(m, keys, "", n);
+  }
+  // Typed keys: reals (with negative values and zeros of both signs), text, integers.
+  const char* words[] = {"abcd", "abce", "ABCD", "zz  ", "a   ", "0123", "\xe9xyz", "abcd"};
+  for (int trial = 0; trial < 30; ++trial) {
+    const std::int32_t cols = 1 + static_cast<std::int32_t>(rng() % 300);
+    Array2<std::int32_t> m(4, cols);
+    for (std::int32_t j = 1; j <= cols; ++j) {
+      const float f = static_cast<float>(static_cast<int>(rng() % 21) - 10) * 0.25f;
+      m(1, j) = bits_of(f == 0.0f && rng() % 2 ? -0.0f : f);
+      m(2, j) = text4(words[rng() % 8]);
+      m(3, j) = static_cast<std::int32_t>(rng() % 4) - 2;
+      m(4, j) = j;
+    }
+    check_against_reference(m, {1, 2, 3}, "rai", cols);
+    check_against_reference(m, {2, 1}, "ar", cols);
+    check_against_reference(m, {3, 2}, "ia", cols);
+  }
+  // Already sorted, reversed and constant inputs.
+  for (int kind = 0; kind < 3; ++kind) {
+    Array2<std::int32_t> m(2, 1000);
+    for (std::int32_t j = 1; j <= 1000; ++j) {
+      m(1, j) = kind == 0 ? j : (kind == 1 ? 1000 - j : 7);
+      m(2, j) = j;
+    }
+    check_against_reference(m, {1}, "", 1000);
+  }
+}
+
+TEST(Sortmat, SmallCountsAndPartialSorts) {
+  Array2<std::int32_t> m(1, 3);
+  m(1, 1) = 3;
+  m(1, 2) = 2;
+  m(1, 3) = 1;
+  const Array2<std::int32_t> before = m;
+  sortmat(m, std::vector<std::int32_t>{1}, 0);
+  EXPECT_EQ(m, before);
+  sortmat(m, std::vector<std::int32_t>{1}, 1);
+  EXPECT_EQ(m, before);
+  sortmat(m, std::vector<std::int32_t>{1}, 2);
+  EXPECT_EQ(column(m, 1)[0], 2);
+  EXPECT_EQ(column(m, 2)[0], 3);
+  EXPECT_EQ(column(m, 3)[0], 1);
+  // A count above the number of columns sorts them all.
+  sortmat(m, std::vector<std::int32_t>{1}, 99);
+  EXPECT_EQ(m(1, 1), 1);
+  EXPECT_EQ(m(1, 3), 3);
+  // Whole columns move with their keys.
+  Array2<std::int32_t> w(3, 4);
+  const std::int32_t k[4] = {40, 10, 30, 20};
+  for (std::int32_t j = 1; j <= 4; ++j) {
+    w(1, j) = j;
+    w(2, j) = k[j - 1];
+    w(3, j) = -k[j - 1];
+  }
+  Array1<std::int32_t> keys(1, 2);
+  sortmat(w, keys);
+  for (std::int32_t j = 1; j <= 4; ++j) {
+    EXPECT_EQ(w(2, j), 10 * j);
+    EXPECT_EQ(w(3, j), -10 * j);
+  }
+  EXPECT_EQ(w(1, 1), 2);
+  EXPECT_EQ(w(1, 4), 1);
+}
+
+TEST(Sortmat, TypesShorterThanKeysIsReportedAndTheSortGoesOn) {
+  Array2<std::int32_t> m(2, 4);
+  const std::int32_t first[4] = {2, 1, 2, 1}, second[4] = {9, 8, 7, 6};
+  for (std::int32_t j = 1; j <= 4; ++j) {
+    m(1, j) = first[j - 1];
+    m(2, j) = second[j - 1];
+  }
+  CaptureOutput cap;
+  sortmat(m, std::vector<std::int32_t>{1, 2}, std::nullopt, std::nullopt, "i");
+  EXPECT_EQ(cap.text(), " sortmat: ordering types of wrong length:'\\ 1 < 2\n");
+  // Only the first key takes part.
+  EXPECT_EQ(m(1, 1), 1);
+  EXPECT_EQ(m(1, 2), 1);
+  EXPECT_EQ(m(1, 3), 2);
+  EXPECT_EQ(m(1, 4), 2);
+}
+
+TEST(Sortmat, FailureMessages) {
+  Array2<std::int32_t> m(1, 5);
+  const std::string order = " sortmat: sort order is either 'a' for ascending or 'd' for  descending\n";
+  // Any order at all ends the run, 'a' included.
+  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, "a"); }), order);
+  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, "d"); }), order);
+  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, std::nullopt, "x"); }),
+            "sortmat: types should contain only characters 'iar'\n");
+  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1, 1}, std::nullopt, std::nullopt, "iI"); }),
+            "sortmat: types should contain only characters 'iar'\n");
+  // A key row outside the matrix.
+  EXPECT_NE(stop_text([&] { sortmat(m, std::vector<std::int32_t>{2}); }).find("sortmat: key row"), std::string::npos);
+
+  // Depth of the stack: the pivot is always the third largest of its part, with the two largest
+  // at the right end, so each partition pushes a part of two and goes on with all but three.
+  // Built by following the exchanges: the pivot moves to r - 2 and the value there to the middle.
+  const std::int32_t n = 200;
+  std::vector<std::int32_t> item(n + 1), value(n + 1, 0);
+  for (std::int32_t p = 1; p <= n; ++p) item[static_cast<std::size_t>(p)] = p;
+  std::int32_t next = 1000000, l = 1, r = n, pushes = 0;
+  while (l + (r - l) / 2 <= r - 3) {
+    const std::int32_t mid = l + (r - l) / 2;
+    for (std::int32_t p : {r, r - 1, mid}) value[static_cast<std::size_t>(item[static_cast<std::size_t>(p)])] = next--;
+    std::swap(item[static_cast<std::size_t>(mid)], item[static_cast<std::size_t>(r - 2)]);
+    r -= 3;
+    ++pushes;
+  }
+  ASSERT_GT(pushes, 50);
+  Array2<std::int32_t> deep(1, n);
+  std::int32_t low = 1;
+  for (std::int32_t p = 1; p <= n; ++p) {
+    deep(1, p) = value[static_cast<std::size_t>(p)] != 0 ? value[static_cast<std::size_t>(p)] : low++;
+  }
+  EXPECT_EQ(stop_text([&] { sortmat(deep, std::vector<std::int32_t>{1}); }), "stack > 50\n");
+  // The stack is usable again after the stop; a shallower pattern of the same kind sorts.
+  Array2<std::int32_t> fine(1, 100);
+  for (std::int32_t p = 1; p <= 100; ++p) fine(1, p) = 101 - p;
+  sortmat(fine, std::vector<std::int32_t>{1});
+  for (std::int32_t p = 1; p <= 100; ++p) EXPECT_EQ(fine(1, p), p);
+}
