@@ -198,7 +198,7 @@ TEST(Format, ExactExpansionOfTheTestItself) {
 
 TEST(Format, RandomValuesMatchTheExactExpansion) {
   std::mt19937_64 rng(12345);
-  for (int n = 0; n < 20000; ++n) {
+  for (int n = 0; n < 8000; ++n) {
     double v = random_value(rng);
     float f = static_cast<float>(v);
     ASSERT_EQ(fformat("(f0.5)", v), expect_f(v, 0, 5) + "\n") << v;
