@@ -3,12 +3,18 @@
 // Each record is framed by a leading and a trailing 4-byte little-endian byte count. A record
 // longer than 2,147,483,639 bytes is written in pieces, each framed the same way; every piece
 // but the last has the sign bit set in its leading count, and every piece but the first has it
-// set in its trailing count, so that a reader knows a record goes on.
+// set in its trailing count, so that a reader knows a record goes on. A count with the sign bit
+// set is the negated byte count of its piece (two's complement): -n as a signed 4-byte integer.
+//
+// Write failures (a full disk, a closed writer) stop the run with the file's name. Reading
+// reports through FramedStatus: end_of_file at a clean end between records, bad_frame for a
+// truncated file or counts that do not match.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -17,6 +23,10 @@
 #include "support/array.hpp"
 
 namespace mmekit {
+
+namespace detail {
+struct ByteSpan;
+}
 
 inline constexpr std::uint64_t framed_piece_max = 2147483639;
 
@@ -44,10 +54,13 @@ class FramedWriter {
   // of arithmetic values.
   template <class... Parts>
   void write(const Parts&... parts);
+  // One record made of `n` runs of bytes, written straight from where they are.
+  void write_parts(const detail::ByteSpan* parts, std::size_t n);
 
  private:
   std::FILE* file_ = nullptr;
-  std::vector<unsigned char> buffer_;
+  std::string path_;
+  std::vector<char> iobuf_;
 };
 
 class FramedReader {
@@ -70,55 +83,49 @@ class FramedReader {
   // parts; extra bytes of the record are skipped.
   template <class... Parts>
   FramedStatus read(Parts&... parts);
+  // The next record into `n` runs of bytes in order, read straight into them.
+  FramedStatus read_parts(const detail::ByteSpan* parts, std::size_t n);
 
  private:
+  FramedStatus next_piece(std::uint64_t& size, bool& more, bool first);
+  bool check_trailer(std::uint64_t size, bool first);
+  int read_count(std::int32_t& count);
+  bool get(void* p, std::uint64_t bytes);
+
   std::FILE* file_ = nullptr;
-  std::vector<unsigned char> buffer_;
+  std::vector<char> iobuf_;
+  std::uint64_t file_size_ = 0;  // size of the file when opened
+  std::uint64_t position_ = 0;   // bytes read or skipped so far
 };
 
 namespace detail {
+// A part of a record as a run of bytes.
+struct ByteSpan {
+  void* data;
+  std::uint64_t bytes;
+};
 template <class T>
-void append_part(std::vector<unsigned char>& b, const T& v) {
+ByteSpan part_bytes(const T& v) {
   if constexpr (std::is_arithmetic_v<T>) {
-    const auto* p = reinterpret_cast<const unsigned char*>(&v);
-    b.insert(b.end(), p, p + sizeof(T));
+    return {const_cast<T*>(&v), sizeof(T)};
   } else {
-    const auto* p = reinterpret_cast<const unsigned char*>(std::data(v));
-    b.insert(b.end(), p, p + sizeof(*std::data(v)) * std::size(v));
+    using E = std::remove_cv_t<std::remove_reference_t<decltype(*std::data(v))>>;
+    static_assert(std::is_arithmetic_v<E>, "record parts are numbers or containers of numbers");
+    return {const_cast<E*>(std::data(v)), sizeof(E) * static_cast<std::uint64_t>(std::size(v))};
   }
-}
-template <class T>
-bool take_part(const std::vector<unsigned char>& b, std::size_t& at, T& v) {
-  std::size_t n;
-  unsigned char* p;
-  if constexpr (std::is_arithmetic_v<T>) {
-    n = sizeof(T);
-    p = reinterpret_cast<unsigned char*>(&v);
-  } else {
-    n = sizeof(*std::data(v)) * std::size(v);
-    p = reinterpret_cast<unsigned char*>(std::data(v));
-  }
-  if (b.size() - at < n) return false;
-  std::copy(b.begin() + static_cast<std::ptrdiff_t>(at), b.begin() + static_cast<std::ptrdiff_t>(at + n), p);
-  at += n;
-  return true;
 }
 }  // namespace detail
 
 template <class... Parts>
 void FramedWriter::write(const Parts&... parts) {
-  buffer_.clear();
-  (detail::append_part(buffer_, parts), ...);
-  write_bytes(buffer_.data(), buffer_.size());
+  const detail::ByteSpan spans[] = {detail::part_bytes(parts)..., {nullptr, 0}};
+  write_parts(spans, sizeof...(Parts));
 }
 
 template <class... Parts>
 FramedStatus FramedReader::read(Parts&... parts) {
-  FramedStatus s = read_bytes(buffer_);
-  if (s != FramedStatus::ok) return s;
-  std::size_t at = 0;
-  bool ok = (detail::take_part(buffer_, at, parts) && ...);
-  return ok ? FramedStatus::ok : FramedStatus::short_record;
+  const detail::ByteSpan spans[] = {detail::part_bytes(parts)..., {nullptr, 0}};
+  return read_parts(spans, sizeof...(Parts));
 }
 
 }  // namespace mmekit
