@@ -25,7 +25,7 @@ std::int64_t symm_order_from_length(std::int64_t len) {
   const float r = (std::sqrt(eight_len + 1.0f) - 1.0f) * 0.5f;
   std::int64_t n = static_cast<std::int64_t>(r);  // r <= ~1.6e10, the conversion is exact
   // Single precision can round up to an order whose triangle does not fit: never let it.
-  while (n > 0 && symm_length(n) > len) --n;
+  while (n > 0 && static_cast<__int128>(n) * (n + 1) / 2 > len) --n;
   return n;
 }
 

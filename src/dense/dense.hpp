@@ -40,8 +40,13 @@ class densem_t : public Array2<T> {
   std::int64_t ld() const { return this->rows() > 0 ? this->rows() : 1; }
 };
 
-// The number of elements of a packed triangle of order n: n (n + 1) / 2.
-constexpr std::int64_t symm_length(std::int64_t n) { return n > 0 ? n * (n + 1) / 2 : 0; }
+// The number of elements of a packed triangle of order n: n (n + 1) / 2 (saturated at the
+// largest int64 for orders beyond 2^32 - 1, which no memory can hold anyway).
+constexpr std::int64_t symm_length(std::int64_t n) {
+  if (n <= 0) return 0;
+  const __int128 len = static_cast<__int128>(n) * (n + 1) / 2;
+  return len > INT64_MAX ? INT64_MAX : static_cast<std::int64_t>(len);
+}
 
 // The 1-based position of element (i, j) in a packed upper triangle of order n. Either order of
 // i and j is accepted; the element stored is the one with the smaller index first.
