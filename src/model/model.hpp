@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 
+#include "dense/dense.hpp"
 #include "support/array.hpp"
 
 namespace mmekit {
@@ -61,8 +62,8 @@ class GroupCovariances {
   std::int32_t neff() const { return static_cast<std::int32_t>(blocks_.size()); }
   double operator()(std::int64_t e, std::int64_t i, std::int64_t j) const;
   double& operator()(std::int64_t e, std::int64_t i, std::int64_t j);
-  // The leading n x n block of effect e (zeros when e starts no group).
-  Array2<double> block(std::int64_t e, std::int64_t n) const;
+  // The leading n x n block of effect e, n <= maxcorr (zeros when e starts no group).
+  densem block(std::int64_t e, std::int64_t n) const;
 
  private:
   Array1<Array2<double>> blocks_;  // blocks_(e) empty, or maxcorr x maxcorr
@@ -84,8 +85,8 @@ struct ModelRecord {
   Array1<std::int32_t> random_type;  // (neff): RandomType code, 1 for fixed effects
   Array1<std::int32_t> ncorr;        // (neff): size of the group that starts at e, 0 elsewhere
   Array1<std::string> random_file;   // (neff): pedigree or user file of the group starting at e
-  Array2<double> r_var;              // (ntrait, ntrait): residual (co)variances
-  Array2<double> r_inv;              // (ntrait, ntrait): room for the inverse; not filled here
+  densem r_var;                      // (ntrait, ntrait): residual (co)variances
+  densem r_inv;                      // (ntrait, ntrait): room for the inverse; not filled here
   GroupCovariances g_var;            // (neff, maxcorr, maxcorr)
 
   // Open text files by unit number (parameter file and random groups' files).

@@ -1,0 +1,588 @@
+// The parameter file reader, the option queries and the printout of the model.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "model/model.hpp"
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+namespace mmekit {
+namespace {
+
+void write_file(const std::string& name, const std::string& text) {
+  std::ofstream f(name, std::ios::binary | std::ios::trunc);
+  f << text;
+}
+
+std::string dialogue_echo(const std::string& name) { return " name of parameter file?\n\n" + name + "\n"; }
+
+// Reads `text` as the parameter file "params.txt"; returns what was printed after the dialogue.
+std::string read_model(const std::string& text) {
+  write_file("params.txt", text);
+  std::istringstream dialogue("params.txt\n");
+  CaptureOutput cap;
+  read_parameter_file(dialogue);
+  const std::string printed = cap.text();
+  EXPECT_EQ(printed.substr(0, dialogue_echo("params.txt").size()), dialogue_echo("params.txt"));
+  return printed.substr(std::min(printed.size(), dialogue_echo("params.txt").size()));
+}
+
+// The message by which the reader stops on `text` (what it printed after the dialogue).
+std::string reader_stop(const std::string& text) {
+  write_file("params.txt", text);
+  std::istringstream dialogue("params.txt\n");
+  CaptureOutput cap;
+  bool stopped = false;
+  try {
+    read_parameter_file(dialogue);
+  } catch (const Stop&) {
+    stopped = true;
+  }
+  EXPECT_TRUE(stopped) << "the reader did not stop";
+  const std::string printed = cap.text();
+  return printed.substr(std::min(printed.size(), dialogue_echo("params.txt").size()));
+}
+
+std::string replace_once(std::string text, const std::string& from, const std::string& to) {
+  const auto at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  return text;
+}
+
+std::vector<std::string> split_lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::string line;
+  std::istringstream in(text);
+  while (std::getline(in, line)) lines.push_back(line);
+  return lines;
+}
+
+// Two traits, five effects: a cross-classified effect, a covariable nested in it, the animal
+// and maternal effects as one correlated group with a pedigree file, and a diagonal effect.
+const std::string full_model =
+    "# two-trait test model\n"
+    "DATAFILE\n"
+    "data.txt\n"
+    "NUMBER_OF_TRAITS\n"
+    "2\n"
+    "NUMBER_OF_EFFECTS\n"
+    "5\n"
+    "OBSERVATION(S)\n"
+    "6 7\n"
+    "WEIGHT(S)\n"
+    "\n"
+    "EFFECTS:   # positions, levels, type\n"
+    "1 1 4 cross\n"
+    "2 2 4 cov 1 1\n"
+    "   3 3 12 cross   # animal\n"
+    "3 0 12 cross      # maternal, first trait only\n"
+    "4 4 9 cross\n"
+    "RANDOM_RESIDUAL\n"
+    "40 10\n"
+    "10 30\n"
+    "RANDOM_GROUP\n"
+    "3 4\n"
+    "RANDOM_TYPE\n"
+    "add_animal\n"
+    "FILE\n"
+    "ped.txt\n"
+    "(CO)VARIANCES\n"
+    "20 5 -3 1\n"
+    "5 15 2 -1\n"
+    "-3 2 8 1\n"
+    "1 -1 1 6\n"
+    "RANDOM_GROUP\n"
+    "5\n"
+    "RANDOM_TYPE\n"
+    "diagonal\n"
+    "FILE\n"
+    "\n"
+    "(CO)VARIANCES\n"
+    "4,1 1\n"
+    "3 this rest is skipped\n"
+    "OPTION alpha_beta 0.95 0.05\n"
+    "OPTION solv_method FSPAK\n"
+    "OPTION tunedG 2\n"
+    "OPTION tunedG 4\n"
+    "OPTION\n"
+    "   OPTION indented 1 2\n"
+    "OPTION Case 1\n"
+    "OPTION many 1 2 3 4 5\n"
+    "OPTION empty\n"
+    "OPTION text abc 1.5e2 x7\n"
+    "OPTION hash 1 # 2\n"
+    "OPTIONS misspelt 3\n";
+
+// The printout of full_model under the title "TEST MODEL", line by line, from the layout.
+std::vector<std::string> full_model_printout() {
+  return {
+      "      TEST MODEL",
+      "",
+      " Parameter file:             params.txt",
+      " Data file:                  data.txt",
+      " Number of Traits             2",
+      " Number of Effects            5",
+      " Position of Observations      6  7",
+      " Position of Weight (1)        0",
+      " Value of Missing Trait/Observation           0",
+      "",
+      "EFFECTS",
+      " #  type                position (2)        levels   [positions for nested]",
+      " 1     cross-classified  1  1                                                      4",
+      " 2           covariable  2  2                                                      4       1  1",
+      " 3     cross-classified  3  3                                                     12",
+      " 4     cross-classified  3  0                                                     12",
+      " 5     cross-classified  4  4                                                      9",
+      "",
+      " Residual (co)variance Matrix",
+      "  40.000      10.000    ",
+      "  10.000      30.000    ",
+      "",
+      " correlated random effects     3  4",
+      " Type of Random Effect:      additive animal",
+      " Pedigree File:              ped.txt" + std::string(243, ' '),
+      " trait   effect    (CO)VARIANCES",
+      "  1       3     20.00       5.000      -3.000       1.000    ",
+      "  2       3     5.000       15.00       2.000      -1.000    ",
+      "  1       4    -3.000       2.000       8.000       1.000    ",
+      "  2       4     1.000      -1.000       1.000       6.000    ",
+      "",
+      " Random Effect(s)    5",
+      " Type of Random Effect:      diagonal",
+      " trait   effect    (CO)VARIANCES",
+      "  1       5     4.000       1.000    ",
+      "  2       5     1.000       3.000    ",
+      "",
+      " REMARKS",
+      "  (1) Weight position 0 means no weights utilized",
+      "  (2) Effect positions of 0 for some effects and traits means that such",
+      "      effects are missing for specified traits",
+      "",
+  };
+}
+
+void expect_lines(const std::string& printed, const std::vector<std::string>& expected) {
+  const std::vector<std::string> lines = split_lines(printed);
+  for (std::size_t i = 0; i < std::max(lines.size(), expected.size()); ++i) {
+    const std::string got = i < lines.size() ? lines[i] : "<missing>";
+    const std::string want = i < expected.size() ? expected[i] : "<none>";
+    EXPECT_EQ(got, want) << "line " << i + 1;
+  }
+}
+
+TEST(ParameterFile, ReadsCompleteModel) {
+  std::filesystem::remove("ped.txt");
+  EXPECT_EQ(read_model(full_model), "");
+
+  EXPECT_EQ(model.parfile, "params.txt");
+  EXPECT_EQ(model.datafile, "data.txt");
+  EXPECT_EQ(model.ntrait, 2);
+  EXPECT_EQ(model.neff, 5);
+  EXPECT_EQ(model.pos_y.vec(), (std::vector<std::int32_t>{6, 7}));
+  EXPECT_EQ(model.pos_weight, 0);
+  EXPECT_EQ(model.miss, 0);
+  // pos_eff(e, t), first index fastest
+  EXPECT_EQ(model.pos_eff.vec(), (std::vector<std::int32_t>{1, 2, 3, 3, 4, 1, 2, 3, 0, 4}));
+  EXPECT_EQ(model.nlev.vec(), (std::vector<std::int32_t>{4, 4, 12, 12, 9}));
+  EXPECT_EQ(model.effect_type.vec(), (std::vector<std::int32_t>{0, 1, 0, 0, 0}));
+  EXPECT_EQ(model.nest_pos.vec(), (std::vector<std::int32_t>{0, 1, 0, 0, 0, 0, 1, 0, 0, 0}));
+  EXPECT_EQ(model.random_type.vec(), (std::vector<std::int32_t>{1, 1, 3, 1, 2}));
+  EXPECT_EQ(model.ncorr.vec(), (std::vector<std::int32_t>{0, 0, 2, 0, 1}));
+  EXPECT_EQ(model.random_file(3), "ped.txt");
+  EXPECT_EQ(model.random_file(4), "");
+  // A blank line as the name leaves the item of the line before it: the keyword.
+  EXPECT_EQ(model.random_file(5), "FILE");
+
+  EXPECT_EQ(model.r_var(1, 1), 40.0);
+  EXPECT_EQ(model.r_var(2, 1), 10.0);
+  EXPECT_EQ(model.r_var(1, 2), 10.0);
+  EXPECT_EQ(model.r_var(2, 2), 30.0);
+  EXPECT_EQ(model.r_inv.rows(), 2);
+  EXPECT_EQ(model.r_inv.cols(), 2);
+
+  const double g[4][4] = {{20, 5, -3, 1}, {5, 15, 2, -1}, {-3, 2, 8, 1}, {1, -1, 1, 6}};
+  for (int i = 1; i <= 4; ++i)
+    for (int j = 1; j <= 4; ++j) EXPECT_EQ(model.g_var(3, i, j), g[j - 1][i - 1]) << i << "," << j;
+  EXPECT_EQ(model.g_var(3, 5, 5), 0.0);
+  EXPECT_EQ(model.g_var(4, 1, 1), 0.0);  // only the first effect of a group holds the block
+  EXPECT_EQ(model.g_var(5, 1, 1), 4.0);
+  EXPECT_EQ(model.g_var(5, 2, 1), 1.0);  // a comma separates numbers too
+  EXPECT_EQ(model.g_var(5, 1, 2), 1.0);
+  EXPECT_EQ(model.g_var(5, 2, 2), 3.0);
+
+  // The pedigree file did not exist: it is created empty and kept open as unit 3 + 50. The
+  // diagonal group opens no file.
+  EXPECT_TRUE(std::filesystem::exists("ped.txt"));
+  EXPECT_EQ(std::filesystem::file_size("ped.txt"), 0u);
+  EXPECT_NE(model_unit(53), nullptr);
+  EXPECT_EQ(model_unit(55), nullptr);
+  EXPECT_NE(model_unit(parameter_file_unit), nullptr);
+
+  CaptureOutput cap;
+  print_parameter_file("TEST MODEL");
+  expect_lines(cap.text(), full_model_printout());
+}
+
+TEST(ParameterFile, DialogueShiftsNameLeft) {
+  write_file("params.txt", full_model);
+  std::istringstream dialogue("   params.txt   \n");
+  CaptureOutput cap;
+  read_parameter_file(dialogue);
+  EXPECT_EQ(cap.text(), dialogue_echo("params.txt"));
+  EXPECT_EQ(model.parfile, "params.txt");
+}
+
+TEST(ParameterFile, FailureMessages) {
+  struct Case {
+    std::string from, to, message;
+  };
+  const std::vector<Case> cases = {
+      {"DATAFILE\n", "DATA_FILE\n", " DATAFILE not found\n"},
+      {"NUMBER_OF_TRAITS\n", "number_of_traits\n", " NUMBER_OF_TRAITS not found\n"},
+      {"NUMBER_OF_EFFECTS\n", "NUMBER_OF_EFFECTS:\n", " NUMBER_OF_EFFECTS not found\n"},
+      {"OBSERVATION(S)\n", "OBSERVATIONS\n", "  OBSERVATION(S) not found\n"},
+      {"6 7\n", "6\n", " 2  numbers expected after OBSERVATION(S)\n"},
+      {"6 7\n", "6 7 8\n", " 2  numbers expected after OBSERVATION(S)\n"},
+      {"WEIGHT(S)\n", "WEIGHTS\n", "  WEIGHT(S) not found\n"},
+      {"WEIGHT(S)\n\n", "WEIGHT(S)\n8 9\n", " 2  Only one number for WEIGHT\n"},
+      {"EFFECTS:", "EFFECTS", "  EFFECTS: not found\n"},
+      {"3 0 12 cross ", "3 0 12 ", " too few or too many numbers for effect  4 . Was  3\n"},
+      {"3 0 12 cross ", "3 0 12 cross 1 1 1 ", " too few or too many numbers for effect  4 . Was  7\n"},
+      {"4 4 9 cross\n", "4 4 9 fixed\n", " Unknown type of effect:  fixed\n"},
+      {"4 4 9 cross\n", "4 4 9 co\n", " Unknown type of effect:  co\n"},
+      {"RANDOM_RESIDUAL\n", "RANDOM_RESIDUALS\n", "  RANDOM_RESIDUAL not found\n"},
+      {"10 30\n", "10 x30\n", " error reading RANDOM_RESIDUAL variances\n"},
+      {"10 30\n", "10 # comment\n30\n", " error reading RANDOM_RESIDUAL variances\n"},
+      {"RANDOM_GROUP\n3 4\n", "RANDOM_GROUP\n\n", " line after RANDOM_GROUP has too few or too many numbers\n"},
+      {"RANDOM_GROUP\n3 4\n", "RANDOM_GROUP\n1 2 3 4 5 6\n",
+       " line after RANDOM_GROUP has too few or too many numbers\n"},
+      {"RANDOM_GROUP\n3 4\n", "RANDOM_GROUP\n0 1\n", " number  0 1  after RANDOM_GROUP out of range\n"},
+      {"RANDOM_GROUP\n3 4\n", "RANDOM_GROUP\n5 6\n", " number  5 6  after RANDOM_GROUP out of range\n"},
+      {"RANDOM_GROUP\n3 4\n", "RANDOM_GROUP\n2 4\n", "  correlated effects: 2 4  should be consecutive\n"},
+      {"RANDOM_GROUP\n3 4\n", "RANDOM_GROUP\n3 9 5\n", "  correlated effects: 3 9 5  should be consecutive\n"},
+      {"RANDOM_TYPE\nadd_animal", "RANDOM-TYPE\nadd_animal", "  RANDOM_TYPE not found\n"},
+      {"add_animal\n", "add_an_up\n",
+       " unknown RANDOM-TYPE:  add_an_up\n"
+       "  Should be diagonal, add_animal, add_sire\n"
+       "  add_an_upg, add_an_upginb, add_an_usym \n"
+       "     user_file, user_file_inv, or par_domin\n"},
+      {"add_animal\n", "add_an_upgx\n",
+       " unknown RANDOM-TYPE:  add_an_upgx\n"
+       "  Should be diagonal, add_animal, add_sire\n"
+       "  add_an_upg, add_an_upginb, add_an_usym \n"
+       "     user_file, user_file_inv, or par_domin\n"},
+      {"FILE\nped.txt", "FILES\nped.txt", "  FILE for random effect  3  not found\n"},
+      {"(CO)VARIANCES\n20", "(CO)VARIANCE\n20", "  (CO)VARIANCES not found\n"},
+      {"1 -1 1 6\n", "1 -1 1 six\n", " error reading variances for effect  3\n"},
+      {"4,1 1\n3 this rest is skipped\nOPTION", "4 1 1\n", " error reading variances for effect  5\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.to);
+    EXPECT_EQ(reader_stop(replace_once(full_model, c.from, c.to)), c.message);
+  }
+
+  // Empty files, also one that holds only comments or does not exist yet (it is created).
+  EXPECT_EQ(reader_stop(""), " INPUT FILE EMPTY\n");
+  EXPECT_EQ(reader_stop("# comment\n   # indented comment\n"), " INPUT FILE EMPTY\n");
+  std::filesystem::remove("absent.txt");
+  {
+    std::istringstream dialogue("absent.txt\n");
+    CaptureOutput cap;
+    EXPECT_THROW(read_parameter_file(dialogue), Stop);
+    EXPECT_EQ(cap.text(), dialogue_echo("absent.txt") + " INPUT FILE EMPTY\n");
+    EXPECT_TRUE(std::filesystem::exists("absent.txt"));
+  }
+  // The file ends where a keyword or a number line is due.
+  EXPECT_EQ(reader_stop("DATAFILE\ndata.txt\n"), " NUMBER_OF_TRAITS not found\n");
+  EXPECT_EQ(reader_stop(full_model.substr(0, full_model.find("EFFECTS:"))), "  EFFECTS: not found\n");
+  EXPECT_EQ(reader_stop(full_model.substr(0, full_model.find("4 4 9"))),
+            " too few or too many numbers for effect  5 . Was  -1\n");
+  EXPECT_EQ(reader_stop(full_model.substr(0, full_model.find("-3 2 8"))), " error reading variances for effect  3\n");
+
+  // A line of more than 40 items is refused by the splitter.
+  std::string items;
+  for (int i = 1; i <= 41; ++i) items += std::to_string(i) + " ";
+  std::string head = items.substr(0, 80);
+  EXPECT_EQ(reader_stop(replace_once(full_model, "6 7\n", items + "\n")),
+            " Error in nums splitting string starting: \n " + head + "\n into m: 40 items\n");
+
+  // The text file check on the first line.
+  EXPECT_EQ(reader_stop("DATAFILE\tx\n"),
+            "\n TAB was found, Use spaces to separeate columns in file: \"params.txt\"\n"
+            " Convert to TAB to spaces, e.g. \"expand file > newfile\"\n");
+  EXPECT_EQ(reader_stop("DATAFILE\rdata.txt\r"),
+            "\n Mac old newline format detected in file: \"params.txt\"\n"
+            " Convert it to Unix newline format, e.g. \"flip -u <file>\"\n");
+}
+
+// Models of five traits with a group of k correlated effects.
+std::string five_trait_model(int neff, int group) {
+  std::string s = "DATAFILE\nd\nNUMBER_OF_TRAITS\n5\nNUMBER_OF_EFFECTS\n" + std::to_string(neff) +
+                  "\nOBSERVATION(S)\n1 2 3 4 5\nWEIGHT(S)\n\nEFFECTS:\n";
+  for (int e = 1; e <= neff; ++e) s += "6 6 6 6 6 10 cross\n";
+  s += "RANDOM_RESIDUAL\n";
+  for (int i = 1; i <= 5; ++i)
+    for (int j = 1; j <= 5; ++j) s += (i == j ? "1" : "0") + std::string(j == 5 ? "\n" : " ");
+  s += "RANDOM_GROUP\n";
+  for (int e = 1; e <= group; ++e) s += std::to_string(e) + " ";
+  s += "\nRANDOM_TYPE\nuser_file\nFILE\nuser.txt\n(CO)VARIANCES\n";
+  const int n = 5 * group;
+  for (int i = 1; i <= n; ++i) {
+    for (int j = 1; j <= n; ++j) s += std::to_string(i == j ? i : 0) + " ";
+    s += "\n";
+  }
+  return s;
+}
+
+TEST(ParameterFile, EdgeCases) {
+  // No random group: the reader ends at the end of the file; every effect is fixed.
+  read_model(full_model.substr(0, full_model.find("RANDOM_GROUP")));
+  EXPECT_EQ(model.random_type.vec(), (std::vector<std::int32_t>(5, 1)));
+  EXPECT_EQ(model.ncorr.vec(), (std::vector<std::int32_t>(5, 0)));
+
+  // The residual block in any line layout; the rest of its last line is skipped. A long
+  // "cro" line has no nesting; a file name keeps its first word; weights from one number.
+  std::string s = replace_once(full_model, "40 10\n10 30\n", "40\n\n10, 10\n30 junk 1 2\n");
+  s = replace_once(s, "1 1 4 cross\n", "1 1 4 cross 8 9\n");
+  s = replace_once(s, "data.txt\n", "my data.txt\n");
+  s = replace_once(s, "WEIGHT(S)\n\n", "WEIGHT(S)\n  8  # weight column\n");
+  read_model(s);
+  EXPECT_EQ(model.r_var.vec(), (std::vector<double>{40, 10, 10, 30}));
+  EXPECT_EQ(model.nest_pos(1, 1), 0);
+  EXPECT_EQ(model.nest_pos(1, 2), 0);
+  EXPECT_EQ(model.datafile, "my");
+  EXPECT_EQ(model.pos_weight, 8);
+
+  // A comment where the weight line belongs is skipped: the next line is the weight line.
+  read_model(replace_once(full_model, "WEIGHT(S)\n\n", "WEIGHT(S)\n# no weights\n5\n"));
+  EXPECT_EQ(model.pos_weight, 5);
+  EXPECT_EQ(reader_stop(replace_once(full_model, "WEIGHT(S)\n\n", "WEIGHT(S)\n# no weights\n")),
+            "  EFFECTS: not found\n");
+
+  // Items left from an earlier line: a blank name line keeps the keyword as the name; a blank
+  // number line keeps the last number decoded (0, from the name "data.txt").
+  read_model(replace_once(full_model, "data.txt\n", "\n"));
+  EXPECT_EQ(model.datafile, "DATAFILE");
+  EXPECT_EQ(reader_stop(replace_once(full_model, "NUMBER_OF_TRAITS\n2\n", "NUMBER_OF_TRAITS\n\n")),
+            " 0  numbers expected after OBSERVATION(S)\n");
+  // A number line left out: the keyword after it is taken as the number, the next one fails.
+  EXPECT_EQ(reader_stop(replace_once(full_model, "NUMBER_OF_TRAITS\n2\n", "NUMBER_OF_TRAITS\n")),
+            " NUMBER_OF_EFFECTS not found\n");
+
+  // The random types by their first 11 characters.
+  const std::vector<std::pair<std::string, std::int32_t>> types = {
+      {"diagonal", 2},    {"add_animal", 3}, {"add_an_upg", 4}, {"add_an_upgi", 5},     {"add_an_upginb", 5},
+      {"add_sire", 6},    {"par_domin", 7},  {"user_file", 8},  {"user_file_inv", 9},   {"user_file_i", 9},
+      {"add_an_usym", 10}};
+  for (const auto& [word, code] : types) {
+    read_model(replace_once(full_model, "add_animal\n", word + "\n"));
+    EXPECT_EQ(model.random_type(3), code) << word;
+  }
+
+  // maxcorr: 5 traits x 10 effects is the largest group; 11 effects are refused.
+  read_model(five_trait_model(11, 10));
+  EXPECT_EQ(model.ncorr(1), 10);
+  EXPECT_EQ(model.g_var(1, 50, 50), 50.0);
+  EXPECT_EQ(model.g_var(1, 49, 50), 0.0);
+  EXPECT_EQ(model.g_var(1, 1, 1), 1.0);
+  EXPECT_EQ(reader_stop(five_trait_model(11, 11)), " maxcorr should be increased to at least  55\n");
+
+  // A line after the residual that is not RANDOM_GROUP ends the reader: a group after an
+  // option line is not read.
+  read_model(replace_once(full_model, "RANDOM_GROUP\n5\n", "OPTION between 1\nRANDOM_GROUP\n5\n"));
+  EXPECT_EQ(model.ncorr(3), 2);
+  EXPECT_EQ(model.ncorr(5), 0);
+  std::int32_t n = 0;
+  std::vector<float> x(1);
+  get_option("between", n, x);
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(x[0], 1.0f);
+
+  // A second reading starts from an empty record and closes the files of the first.
+  read_model(full_model.substr(0, full_model.find("RANDOM_GROUP")));
+  EXPECT_EQ(model_unit(53), nullptr);
+}
+
+TEST(Options, GetOption) {
+  read_model(full_model);
+  std::int32_t n = 99;
+  std::vector<float> x(3, -1.0f);
+  std::vector<std::string> xc(4, "old");
+
+  // Absent keys, a lone OPTION, a misspelt OPTION and a different case: -1, arrays untouched.
+  for (const char* key : {"absent", "", "misspelt", "case", "OPTION"}) {
+    get_option(key, n, x, xc);
+    EXPECT_EQ(n, -1) << key;
+  }
+  EXPECT_EQ(x, (std::vector<float>(3, -1.0f)));
+  EXPECT_EQ(xc, (std::vector<std::string>(4, "old")));
+
+  get_option("Case", n);
+  EXPECT_EQ(n, 1);
+  // No values: n = 0 and the arrays get the blanks and zeros of the tables.
+  get_option("empty", n, x, xc);
+  EXPECT_EQ(n, 0);
+  EXPECT_EQ(x, (std::vector<float>(3, 0.0f)));
+  EXPECT_EQ(xc, (std::vector<std::string>(4, "")));
+  // The first of two lines counts; trailing blanks of the key do not.
+  get_option("tunedG  ", n, x);
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(x, (std::vector<float>{2.0f, 0.0f, 0.0f}));
+  // An indented line.
+  get_option("indented", n, x);
+  EXPECT_EQ(n, 2);
+  EXPECT_EQ(x, (std::vector<float>{1.0f, 2.0f, 0.0f}));
+  // More values than room, and more room than values.
+  std::vector<std::string> wide(7, "old");
+  get_option("many", n, x, wide);
+  EXPECT_EQ(n, 5);
+  EXPECT_EQ(x, (std::vector<float>{1.0f, 2.0f, 3.0f}));
+  EXPECT_EQ(wide, (std::vector<std::string>{"1", "2", "3", "4", "5", "", ""}));
+  // Texts are kept; a text that is not a number is 0; "#" is an ordinary item.
+  get_option("text", n, x, xc);
+  EXPECT_EQ(n, 3);
+  EXPECT_EQ(x, (std::vector<float>{0.0f, 150.0f, 0.0f}));
+  EXPECT_EQ(xc, (std::vector<std::string>{"abc", "1.5e2", "x7", ""}));
+  get_option("hash", n, xc);
+  EXPECT_EQ(n, 3);
+  EXPECT_EQ(xc, (std::vector<std::string>{"1", "#", "2", ""}));
+  // A text answer only.
+  std::vector<std::string> method(1);
+  get_option("solv_method", n, method);
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(method[0], "FSPAK");
+
+  // r8 values carry single precision only.
+  std::vector<double> d(2);
+  get_option_r8("alpha_beta", n, d);
+  EXPECT_EQ(n, 2);
+  EXPECT_EQ(d[0], static_cast<double>(0.95f));
+  EXPECT_EQ(d[1], static_cast<double>(0.05f));
+  EXPECT_NE(d[0], 0.95);
+  std::vector<double> kept{7.0};
+  get_option_r8("absent", n, kept, xc);
+  EXPECT_EQ(n, -1);
+  EXPECT_EQ(kept[0], 7.0);
+
+  // Items are cut to 50 characters, and so is the key.
+  const std::string long_key(60, 'k');
+  write_file("params.txt", full_model + "OPTION " + long_key + " " + std::string(55, '7') + "\n");
+  {
+    std::istringstream dialogue("params.txt\n");
+    CaptureOutput cap;
+    read_parameter_file(dialogue);
+  }
+  std::vector<std::string> one(1);
+  get_option(long_key, n, one);
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(one[0], std::string(50, '7'));
+}
+
+TEST(Options, CheckOptions) {
+  read_model(full_model);
+  const std::vector<std::string> all = {"alpha_beta", "solv_method", "tunedG", "indented  ", "Case",
+                                        "many",       "empty",       "text",   "hash"};
+  CaptureOutput cap;
+  check_options(all);  // lines "OPTION" alone and "OPTIONS ..." are not looked at
+  EXPECT_EQ(cap.text(), "");
+
+  std::vector<std::string> lower = all;
+  lower[4] = "case";
+  EXPECT_THROW(check_options(lower), Stop);
+  EXPECT_EQ(cap.text(),
+            "\n ***** OPTION NOT valid for this program !!!! \n"
+            "       \"Case\"\n"
+            "       Check for typing errors (e.g. upper/lower cases) in the key\n");
+  cap.clear();
+  EXPECT_THROW(check_options({"alpha_beta"}), Stop);
+  EXPECT_EQ(split_lines(cap.text())[2], "       \"solv_method\"");
+}
+
+// Prints the model after a change to the record; returns the last line printed.
+std::string print_stop_line() {
+  CaptureOutput cap;
+  EXPECT_THROW(print_parameter_file("T"), Stop);
+  const std::vector<std::string> lines = split_lines(cap.text());
+  return lines.empty() ? std::string() : lines.back();
+}
+
+TEST(Printout, ChecksOfTheMatrices) {
+  read_model(full_model);
+  model.r_var(1, 2) = 10.000000000000002;
+  EXPECT_EQ(print_stop_line(), " R Matrix not symmetric");
+
+  read_model(replace_once(full_model, "40 10\n10 30\n", "1 2\n2 1\n"));
+  EXPECT_EQ(print_stop_line(), " R  Matrix not positive definite");
+
+  read_model(full_model);
+  model.g_var(3, 4, 1) = 1.5;
+  EXPECT_EQ(print_stop_line(), " G Matrix not symmetric");
+
+  read_model(replace_once(full_model, "4,1 1\n3", "4 1 1 -3"));
+  EXPECT_EQ(print_stop_line(), " G  Matrix not positive definite");
+
+  // A type code that no keyword gives.
+  read_model(full_model);
+  model.random_type(3) = 1;
+  {
+    CaptureOutput cap;
+    EXPECT_THROW(print_parameter_file("T"), Stop);
+    const std::vector<std::string> lines = split_lines(cap.text());
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[lines.size() - 2], " correlated random effects     3  4");
+    EXPECT_EQ(lines.back(), " unknown RANDOM-TYPE");
+  }
+}
+
+TEST(Printout, FileLinesByType) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+      {"add_an_upg",
+       {" Type of Random Effect:      additive animal with unknown parent groups",
+        " Pedigree File:              ped.txt"}},
+      {"add_an_upginb",
+       {" Type of Random Effect:      additive animal with unknown parent groups and inbreeding",
+        " Pedigree File:              ped.txt"}},
+      {"add_sire", {" Type of Random Effect:      additive sire", " Pedigree File:              ped.txt"}},
+      {"par_domin", {" Type of Random Effect:      parental dominance", " Pedigree File:              ped.txt"}},
+      {"add_an_usym",
+       {" Type of Random Effect:      additive animal unsymmetric", " Pedigree File:              ped.txt"}},
+      {"user_file", {" Type of Random Effect:      user defined from file", " User File:                  ped.txt"}},
+      {"user_file_inv",
+       {" Type of Random Effect:      user defined from file and inverted", " User File:                  ped.txt"}},
+  };
+  for (const auto& [word, expected] : cases) {
+    read_model(replace_once(full_model, "add_animal\n", word + "\n"));
+    CaptureOutput cap;
+    print_parameter_file("T");
+    const std::vector<std::string> lines = split_lines(cap.text());
+    ASSERT_GT(lines.size(), 25u);
+    EXPECT_EQ(lines[23], expected[0]) << word;
+    EXPECT_EQ(lines[24], expected[1] + std::string(243, ' ')) << word;
+  }
+}
+
+TEST(Example, PrintsTheExampleModel) {
+  const std::string dir = std::string(MMEKIT_SOURCE_DIR) + "/examples/";
+  for (const char* f : {"model_params.txt", "model_data.txt", "model_pedigree.txt"})
+    std::filesystem::copy_file(dir + f, f, std::filesystem::copy_options::overwrite_existing);
+  std::ifstream expected_file(dir + "model_printout.txt");
+  std::stringstream expected;
+  expected << expected_file.rdbuf();
+
+  std::istringstream dialogue("model_params.txt\n");
+  CaptureOutput cap;
+  read_parameter_file(dialogue);
+  print_parameter_file("MODEL OF THE EXAMPLE");
+  expect_lines(cap.text(), split_lines(expected.str()));
+  EXPECT_EQ(std::filesystem::file_size("model_pedigree.txt"), std::filesystem::file_size(dir + "model_pedigree.txt"));
+}
+
+}  // namespace
+}  // namespace mmekit
