@@ -1,0 +1,213 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "patterns.hpp"
+#include "skelda/amd.hpp"
+#include "skelda/graph.hpp"
+#include "skelda/ordering.hpp"
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+using namespace skelda_test;
+using mmekit::Array1;
+
+namespace {
+
+enum class M { amd, qamd, amf, mmd, metis };
+const M kMethods[] = {M::amd, M::qamd, M::amf, M::mmd, M::metis};
+
+void order(M m, const Pattern& p, Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm) {
+  Array1<std::int32_t> xadj, adj;
+  mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
+  switch (m) {
+    case M::amd: mmekit::skelda_amd(p.n, xadj, adj, perm, iperm); break;
+    case M::qamd: mmekit::skelda_qamd(p.n, xadj, adj, perm, iperm); break;
+    case M::amf: mmekit::skelda_amf(p.n, xadj, adj, perm, iperm); break;
+    case M::mmd: mmekit::skelda_mmd(p.n, xadj, adj, 0, perm, iperm); break;
+    case M::metis: {
+      mmekit::CaptureOutput cap;
+      mmekit::skelda_metis(p.n, xadj, adj, Array1<std::int32_t>(8, 0), perm, iperm);
+      break;
+    }
+  }
+}
+
+Array1<std::int64_t> widen(const Array1<std::int32_t>& a) {
+  Array1<std::int64_t> b(a.size());
+  for (std::int64_t i = 1; i <= a.size(); ++i) b(i) = a(i);
+  return b;
+}
+
+}  // namespace
+
+TEST(Orderings, EveryMethodGivesAPermutationAndItsInverse) {
+  std::vector<Pattern> pats = {random_graph(500, 1500, 1u), random_graph(200, 3000, 2u),
+                               grid2d(17, 13), grid3d(6), disconnected(), from_edges(7, {}),
+                               dense(25), from_edges(1, {}), animal_mme(500, 6, 4u)};
+  for (const Pattern& p : pats)
+    for (M m : kMethods) {
+      Array1<std::int32_t> perm, iperm;
+      order(m, p, perm, iperm);
+      EXPECT_TRUE(is_permutation_pair(perm, iperm, p.n)) << "n=" << p.n << " method " << int(m);
+    }
+}
+
+TEST(Orderings, FillBelowTheNaturalOrder) {
+  for (const Pattern& p : {grid2d(14, 14), animal_mme(300, 8, 21u), grid3d(5)}) {
+    const std::int64_t natural = fill_count(p, identity(p.n));
+    for (M m : kMethods) {
+      if (m == M::metis && !mmekit::skelda_have_metis()) continue;
+      Array1<std::int32_t> perm, iperm;
+      order(m, p, perm, iperm);
+      EXPECT_LT(fill_count(p, perm), natural) << "n=" << p.n << " method " << int(m);
+    }
+  }
+}
+
+TEST(Orderings, AmdOnHandWorkedGraphs) {
+  // A star: leaves (degree 1) go before the centre reaches degree 1; no fill at all.
+  Pattern star = from_edges(6, {{0, 1}, {0, 2}, {0, 3}, {0, 4}, {0, 5}});
+  Array1<std::int32_t> perm, iperm;
+  order(M::amd, star, perm, iperm);
+  EXPECT_NE(perm(1), 1);
+  EXPECT_EQ(fill_count(star, perm), 11);
+  // A path: minimum degree never fills it.
+  Pattern path = from_edges(8, {{0, 1}, {1, 2}, {2, 3}, {3, 4}, {4, 5}, {5, 6}, {6, 7}});
+  for (M m : {M::amd, M::qamd, M::amf, M::mmd}) {
+    order(m, path, perm, iperm);
+    EXPECT_EQ(fill_count(path, perm), 15) << int(m);
+  }
+  // A tree of any shape is ordered without fill by every minimum-degree relative.
+  std::vector<std::pair<std::int32_t, std::int32_t>> edges;
+  for (std::int32_t v = 1; v < 60; ++v) edges.push_back({v, (v - 1) / 2});
+  Pattern tree = from_edges(60, edges);
+  for (M m : {M::amd, M::qamd, M::amf, M::mmd}) {
+    order(m, tree, perm, iperm);
+    EXPECT_EQ(fill_count(tree, perm), 60 + 59) << int(m);
+  }
+}
+
+TEST(Orderings, EightByteTwinsMatchTheFourByteKernels) {
+  for (const Pattern& p : {grid2d(11, 9), random_graph(300, 900, 8u), disconnected()}) {
+    Array1<std::int32_t> xadj, adj, perm, iperm;
+    mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
+    Array1<std::int64_t> x8 = widen(xadj), a8 = widen(adj), perm8, iperm8;
+    mmekit::skelda_amd(p.n, xadj, adj, perm, iperm);
+    mmekit::skelda_amd8(p.n, x8, a8, perm8, iperm8);
+    EXPECT_EQ(widen(perm), perm8);
+    mmekit::skelda_qamd(p.n, xadj, adj, perm, iperm);
+    mmekit::skelda_qamd8(p.n, x8, a8, perm8, iperm8);
+    EXPECT_EQ(widen(perm), perm8);
+    mmekit::skelda_amf(p.n, xadj, adj, perm, iperm);
+    mmekit::skelda_amf8(p.n, x8, a8, perm8, iperm8);
+    EXPECT_EQ(widen(perm), perm8);
+    // The 8-byte graph builder gives the same graph.
+    Array1<std::int64_t> ia8 = widen(p.ia), ja8 = widen(p.ja), gx, ga;
+    mmekit::full_graph8(p.n, ia8, ja8, gx, ga);
+    EXPECT_EQ(gx, x8);
+    EXPECT_EQ(ga, a8);
+  }
+}
+
+TEST(Orderings, EightByteEntriesWithoutKernelSayTheyAreMissing) {
+  Pattern p = grid2d(3, 3);
+  Array1<std::int32_t> xadj, adj;
+  mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
+  Array1<std::int64_t> x8 = widen(xadj), a8 = widen(adj), perm8, iperm8;
+  {
+    mmekit::CaptureOutput cap;
+    mmekit::skelda_mmd8(9, x8, a8, 0, perm8, iperm8);
+    EXPECT_EQ(cap.text(), "ERROR: GENMMD8 is not implemented yet.\n");
+  }
+  EXPECT_EQ(perm8, widen(identity(9)));
+  EXPECT_EQ(iperm8, widen(identity(9)));
+  perm8.fill(0);
+  {
+    mmekit::CaptureOutput cap;
+    mmekit::skelda_metis8(9, x8, a8, Array1<std::int64_t>(8, 0), perm8, iperm8);
+    EXPECT_EQ(cap.text(), "ERROR: METIS_NodeND8 is not implemented yet.\n");
+  }
+  EXPECT_EQ(perm8, widen(identity(9)));
+}
+
+TEST(Orderings, MetisPathOrDummy) {
+  Pattern p = grid2d(10, 10);
+  Array1<std::int32_t> xadj, adj, perm, iperm;
+  mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
+  mmekit::CaptureOutput cap;
+  mmekit::skelda_metis(p.n, xadj, adj, Array1<std::int32_t>(8, 0), perm, iperm);
+  EXPECT_TRUE(is_permutation_pair(perm, iperm, p.n));
+  if (mmekit::skelda_have_metis()) {
+    EXPECT_EQ(cap.text(), "");
+    EXPECT_NE(perm, identity(p.n));
+  } else {
+    EXPECT_EQ(cap.text(), "Caution: You actually use a dummy subroutine for METIS_NodeND.\n");
+    EXPECT_EQ(perm, identity(p.n));
+  }
+}
+
+TEST(Qamd, ThresholdFormula) {
+  // mean = 40/10 = 4; (30-4)/10 + 40 + 1 = 43, above n = 10 -> n (no quasi-dense row).
+  EXPECT_EQ(mmekit::qamd_dense_threshold(10, 30, 40), 10);
+  // n = 1000, lenmax 900, 3000 entries: mean 3, (897)/10 + 30 + 1 = 120.
+  EXPECT_EQ(mmekit::qamd_dense_threshold(1000, 900, 3000), 120);
+  // Mean 0: lenmax/10 + 1.
+  EXPECT_EQ(mmekit::qamd_dense_threshold(1000, 250, 500), 26);
+  // Below 2 becomes n.
+  EXPECT_EQ(mmekit::qamd_dense_threshold(1000, 5, 500), 1000);
+}
+
+TEST(Qamd, QuasiDenseRowsAreNumberedLast) {
+  // 2000 nodes on a path, and rows 7, 500 and 1500 joined to every other node.
+  const std::int32_t n = 2000;
+  std::vector<std::pair<std::int32_t, std::int32_t>> e;
+  for (std::int32_t v = 0; v + 1 < n; ++v) e.push_back({v, v + 1});
+  for (std::int32_t d : {7, 500, 1500})
+    for (std::int32_t v = 0; v < n; ++v) e.push_back({d, v});
+  Pattern p = from_edges(n, e);
+  Array1<std::int32_t> perm, iperm;
+  order(M::qamd, p, perm, iperm);
+  ASSERT_TRUE(is_permutation_pair(perm, iperm, n));
+  std::vector<std::int32_t> last = {perm(n - 2), perm(n - 1), perm(n)};
+  EXPECT_EQ(last, (std::vector<std::int32_t>{8, 501, 1501}));
+  // Plain AMD does not single them out in advance but still gives a valid order.
+  order(M::amd, p, perm, iperm);
+  EXPECT_TRUE(is_permutation_pair(perm, iperm, n));
+}
+
+TEST(Qamd, ClosingChecksStopWithTheirMessages) {
+  mmekit::CaptureOutput cap;
+  EXPECT_NO_THROW(mmekit::qamd_check_finish(5, 5, 0));
+  EXPECT_THROW(mmekit::qamd_check_finish(5, 5, 1), mmekit::Stop);
+  EXPECT_EQ(cap.text(), " Internal ERROR quasi dense rows remains\n");
+  cap.clear();
+  EXPECT_THROW(mmekit::qamd_check_finish(5, 4, 0), mmekit::Stop);
+  EXPECT_EQ(cap.text(), "Internal ERROR 2 detected in QAMD\n NEL not equal to N: N, NEL = 5 4\n");
+  cap.clear();
+  EXPECT_NO_THROW(mmekit::amf_check_finish(5, 5));
+  EXPECT_THROW(mmekit::amf_check_finish(5, 3), mmekit::Stop);
+  EXPECT_EQ(cap.text(), "AMF internal error\n");
+}
+
+TEST(Amf, ScoreAndBucketRules) {
+  // Enough variables left: di(di-1+2dme) - si over wi+1: 3*(2+8) - 4 = 26, /2 = 13.
+  EXPECT_EQ(mmekit::amf_score(100, 50, 4, 1, 3, 4), 13);
+  // Few left: de = 6-1 = 5, a = 20 - 3*2 = 14, b = 26, min 14, /2 = 7.
+  EXPECT_EQ(mmekit::amf_score(100, 6, 4, 1, 3, 4), 7);
+  // Rounding halves away from zero: 27/2 = 13.5 -> 14.
+  EXPECT_EQ(mmekit::amf_score(100, 50, 4, 1, 3, 3), 14);
+  // Below 1 becomes 1.
+  EXPECT_EQ(mmekit::amf_score(100, 50, 0, 1, 0, 0), 1);
+  EXPECT_EQ(mmekit::amf_score(100, 50, 4, 1, 3, 1000), 1);
+  // Huge: 60000 * 179999 / 2 = 5399970000 is divided by n once more, then capped.
+  EXPECT_EQ(mmekit::amf_score(1000, 100000000, 60000, 1, 60000, 0), 5399970);
+  EXPECT_EQ(mmekit::amf_score(2, 100000000, 3000000, 1, 3000000, 0), 2147483646);
+  // Buckets: up to n their own, then by n/8 steps, capped at n+1.
+  EXPECT_EQ(mmekit::amf_bucket(80, 0), 0);
+  EXPECT_EQ(mmekit::amf_bucket(80, 80), 80);
+  EXPECT_EQ(mmekit::amf_bucket(80, 89), 80);
+  EXPECT_EQ(mmekit::amf_bucket(80, 90), 81);
+  EXPECT_EQ(mmekit::amf_bucket(80, 1000000), 81);
+  EXPECT_EQ(mmekit::amf_bucket(4, 7), 5);  // n/8 = 0 -> step 1: 4 + 3 = 7 -> capped at 5
+}
