@@ -137,7 +137,8 @@ void hashia(const double* table, std::int32_t m_hash, std::int32_t n, Array1<std
     ja(pos) = static_cast<std::int32_t>(j);
     a(pos) = s[2];
   }
-  if (bad > 0) out() << free_format(bad) << " elements in HASH->IJA conversion had index(es) over" << free_format(n) << '\n';
+  if (bad > 0)
+    out() << sparse_detail::free_item(bad) << sparse_detail::message(" elements in HASH->IJA conversion had index(es) over ", n) << '\n';
 }
 
 void HASHM_UPPER_FULL(sparse_hashm& target, const sparse_hashm& source) {
@@ -227,18 +228,6 @@ Array2<double> dense_of_ija(const sparse_ija& a) {
 }
 
 }  // namespace sparse_detail
-
-void printm_sparse_ija(const sparse_ija& a, std::optional<std::string_view> option) {
-  if (option && option->substr(0, 3) == "int") {
-    if (!a.allocated()) return;
-    for (std::int32_t i = 1; i <= a.n; ++i)
-      for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k)
-        out() << sparse_detail::int_field(i, 8) << sparse_detail::int_field(a.ja(k), 8)
-              << sparse_detail::fixed_field(a.a(k), 12, 4) << '\n';
-    return;
-  }
-  sparse_detail::print_dense_rows(sparse_detail::dense_of_ija(a));
-}
 
 void init_sparse_ll(sparse_ll& a, std::int32_t n) {
   if (a.allocated()) {
