@@ -1,0 +1,20 @@
+// The covariate tool: dialogue on standard input, prompts and the record count on standard
+// output. Exit status 0 after a normal end, 1 after an error stop.
+#include <exception>
+#include <iostream>
+
+#include "support/free_format.hpp"
+#include "support/stop.hpp"
+#include "tool/regcov.hpp"
+
+int main() {
+  return mmekit::run_program([] {
+    try {
+      mmekit::regcov(std::cin);
+    } catch (const mmekit::Stop&) {
+      throw;
+    } catch (const std::exception& e) {
+      mmekit::stop(mmekit::free_format("*** error :", e.what()));
+    }
+  });
+}
