@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include "patterns.hpp"
+#include "skelda/graph.hpp"
+#include "skelda/skelda.hpp"
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+using namespace skelda_test;
+using mmekit::Array1;
+
+namespace {
+
+Array1<std::int32_t> arr(std::initializer_list<std::int32_t> v) {
+  Array1<std::int32_t> a(static_cast<std::int64_t>(v.size()));
+  std::int64_t k = 1;
+  for (std::int32_t x : v) a(k++) = x;
+  return a;
+}
+
+std::string check_message(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja) {
+  mmekit::CaptureOutput cap;
+  try {
+    mmekit::check_ija(neq, ia, ja, false);
+  } catch (const mmekit::Stop&) {
+    return cap.text();
+  }
+  return "no stop";
+}
+
+}  // namespace
+
+TEST(CheckIja, EveryFaultHasItsMessage) {
+  EXPECT_EQ(check_message(0, arr({1}), arr({})), "ERROR: neq < 1\n");
+  EXPECT_EQ(check_message(2, arr({1, 2, 2}), arr({1})), "ERROR: ia(i) > ia(i+1)-1\n");  // empty row 2
+  EXPECT_EQ(check_message(2, arr({1, 3, 2}), arr({1, 2})), "ERROR: ia(i) > ia(i+1)-1\n");
+  EXPECT_EQ(check_message(1, arr({0, 1}), arr({1})), "ERROR: zero or negative ia\n");
+  EXPECT_EQ(check_message(2, arr({1, 2, 3}), arr({1, 0})), "ERROR: zero or negative j\n");
+  EXPECT_EQ(check_message(2, arr({1, 3, 4}), arr({2, 2, 2})), "ERROR: j found twice or more\n");
+  // The mark vector is cleared per row: the same column in two rows is fine.
+  EXPECT_EQ(check_message(2, arr({1, 3, 4}), arr({1, 2, 2})), "no stop");
+  // With show, each row is listed.
+  mmekit::CaptureOutput cap;
+  mmekit::check_ija(2, arr({1, 3, 4}), arr({1, 2, 2}), true);
+  EXPECT_EQ(cap.text(), " ia= 1 2 ; ja= 1 2\n ia= 3 3 ; ja= 2\n");
+}
+
+TEST(CountColumns, CountsAndTheMmeCheck) {
+  // Row 1: diagonal only (nonzero); row 2: zero diagonal; row 3: empty; row 4: two entries.
+  Array1<std::int32_t> ia = arr({1, 2, 3, 3, 5}), ja = arr({1, 2, 4, 5});
+  Array1<double> a(4);
+  a(1) = 2.0;
+  a(2) = 0.0;
+  a(3) = 1.0;
+  a(4) = 1.0;
+  std::int64_t empty = 9, zero = 9, nonzero = 9;
+  mmekit::count_columns(4, ia, ja, a, empty, zero, nonzero);
+  EXPECT_EQ(empty, 1);
+  EXPECT_EQ(zero, 1);
+  EXPECT_EQ(nonzero, 3);
+  // A single entry off the diagonal.
+  Array1<std::int32_t> ib = arr({1, 2}), jb = arr({3});
+  mmekit::CaptureOutput cap;
+  EXPECT_THROW(mmekit::count_columns(1, ib, jb, a, empty, zero, nonzero), mmekit::Stop);
+  EXPECT_EQ(cap.text(), "There is no diagonal element within the column.\nThe matrix seems not to be a MME.\n");
+}
+
+TEST(GraphSize, RobustCountAndTheObsoleteRoutine) {
+  Pattern p = grid2d(4, 3);  // 17 edges
+  EXPECT_EQ(mmekit::get_size_for_graph_robust(p.n, p.ia, p.ja), 34);
+  EXPECT_EQ(mmekit::skelda_state.graph_n, 12);
+  // Rows without their diagonal count the same.
+  Array1<std::int32_t> ia = arr({1, 2, 2}), ja = arr({2});
+  EXPECT_EQ(mmekit::get_size_for_graph_robust(2, ia, ja), 2);
+  mmekit::CaptureOutput cap;
+  EXPECT_THROW(mmekit::get_size_for_graph(1, 40), mmekit::Stop);
+  EXPECT_EQ(cap.text(),
+            "This function (get_size_for_graph) is obsolete.\n"
+            "You have to use new function [get_size_for_graph_robust(n,ia,ja) ].\n");
+}
+
+TEST(Tree, EliminationTreeAndPostorderByHand) {
+  // Edges 1-3, 2-4, 3-5, 4-5: parent 1->3, 3->5, 2->4, 4->5.
+  Pattern p = from_edges(5, {{0, 2}, {1, 3}, {2, 4}, {3, 4}});
+  Array1<std::int32_t> xadj, adj, parent, post;
+  mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
+  mmekit::elimination_tree(5, xadj, adj, parent);
+  EXPECT_EQ(parent, arr({3, 4, 5, 5, 0}));
+  mmekit::tree_postorder(5, parent, post);
+  EXPECT_EQ(post, arr({1, 3, 2, 4, 5}));
+  Array1<std::int32_t> perm = identity(5), iperm = identity(5);
+  mmekit::compose_postorder(5, parent, post, perm, iperm);
+  EXPECT_EQ(perm, arr({1, 3, 2, 4, 5}));
+  EXPECT_EQ(iperm, arr({1, 3, 2, 4, 5}));
+  EXPECT_EQ(parent, arr({2, 5, 4, 5, 0}));
+  // Forest: roots ascending, children smallest first.
+  Array1<std::int32_t> forest = arr({4, 4, 0, 0, 3});
+  mmekit::tree_postorder(5, forest, post);
+  EXPECT_EQ(post, arr({5, 3, 1, 2, 4}));
+  // The permuted graph renames nodes by iperm.
+  Array1<std::int32_t> px, pa;
+  mmekit::permuted_graph(5, p.ia, p.ja, arr({5, 4, 3, 2, 1}), px, pa);
+  EXPECT_EQ(px, arr({1, 3, 5, 7, 8, 9}));
+  EXPECT_EQ(pa(1), 3);  // new 1 is old 5, joined to old 3 = new 3
+}
