@@ -1,0 +1,526 @@
+#include "records/db_hash.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/framed.hpp"
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+using namespace mmekit;
+
+namespace {
+
+template <class F>
+std::string stop_text(F body) {
+  CaptureOutput cap;
+  EXPECT_THROW(body(), Stop);
+  return cap.text();
+}
+
+std::string file_text(const std::string& name) {
+  std::ifstream in(name);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+bool exists(const char* name) { return std::filesystem::exists(name); }
+
+// Animal table: text id (index), integer number, real weight.
+void declare_animals(db_hash& db, std::int32_t slots) {
+  add_fields(db, "id", "character", 10);
+  add_fields(db, "number", "integer");
+  add_fields(db, "weight", "real");
+  set_index(db, "id");
+  init_db_hash(db, slots);
+}
+
+std::string id_of(int i) { return "A" + std::to_string(i * 7919 % 100003); }
+
+}  // namespace
+
+TEST(DbHash, LayoutPutsTheIndexFirst) {
+  db_hash db;
+  EXPECT_EQ(db.status, 0);
+  add_fields(db, "year", "int");
+  EXPECT_EQ(db.status, 1);
+  add_fields(db, "name5", "char", 5);
+  add_fields(db, "name4", "CHAR", 4);
+  add_fields(db, "w", "rea");
+  add_fields(db, "longer_than_8", "integer");
+  set_index(db, "name5");
+  align_db(db);
+  EXPECT_EQ(db.status, 2);
+  // name5 (2 words) at 1..2, then year, name4, w, longer_t in their order.
+  EXPECT_EQ(db.field_info(3, 2), 1);
+  EXPECT_EQ(db.field_info(4, 2), 2);
+  EXPECT_EQ(db.field_info(3, 1), 3);
+  EXPECT_EQ(db.field_info(4, 1), 3);
+  EXPECT_EQ(db.field_info(3, 3), 4);
+  EXPECT_EQ(db.field_info(4, 3), 4);
+  EXPECT_EQ(db.field_info(3, 4), 5);
+  EXPECT_EQ(db.field_info(3, 5), 6);
+  EXPECT_EQ(db.words, 6);
+  EXPECT_EQ(db.field_info(1, 3), 1);
+  EXPECT_EQ(db.field_info(2, 3), 4);
+  EXPECT_EQ(db.field_info(1, 4), 3);
+  // Names are cut to 8 characters; the cut name finds the field.
+  EXPECT_EQ(db.field_name[4], "longer_t");
+  init_db_hash(db, 11);
+  insert_el(db, "name5", "abcde");
+  insert_el(db, "longer_than_8_too", 42);
+  std::int32_t v = 0;
+  get_el_int(db, "longer_t", v);
+  EXPECT_EQ(v, 42);
+  // The key of a text field is its blank-padded characters, four to a word.
+  const Array1<std::int32_t> k = text_key("abcde", 5);
+  ASSERT_EQ(k.size(), 2);
+  EXPECT_EQ(std::memcmp(k.data(), "abcde   ", 8), 0);
+  EXPECT_TRUE(find_key(db, k.vec()));
+}
+
+TEST(DbHash, InsertFindAndRead) {
+  db_hash db;
+  declare_animals(db, 101);
+  EXPECT_EQ(db.size, 101);
+  EXPECT_EQ(db.current, 0);
+  insert_el(db, "id", "bull-1");
+  insert_el(db, "number", 17);
+  insert_el(db, "weight", 612.5f);
+  insert_el(db, "id", "cow-22");
+  insert_el(db, "number", -3);
+  EXPECT_EQ(db.filled, 2);
+  // An existing key is made current and not added again.
+  insert_el(db, "id", "bull-1");
+  EXPECT_EQ(db.filled, 2);
+  std::int32_t n;
+  float w;
+  std::string s;
+  get_el_int(db, "number", n);
+  get_el_real(db, "weight", w);
+  get_el_char(db, "id", s);
+  EXPECT_EQ(n, 17);
+  EXPECT_EQ(w, 612.5f);
+  EXPECT_EQ(s, "bull-1    ");
+  EXPECT_TRUE(find_key(db, text_key("cow-22", 10).vec()));
+  get_el_int(db, "number", n);
+  EXPECT_EQ(n, -3);
+  get_el_real(db, "weight", w);
+  EXPECT_EQ(w, 0.0f);
+  // A missing key: false, no record current, nothing added.
+  EXPECT_FALSE(find_key(db, text_key("nobody", 10).vec()));
+  EXPECT_EQ(db.current, 0);
+  EXPECT_EQ(db.filled, 2);
+  // A key given with too few words is filled with zeros and so does not match.
+  EXPECT_FALSE(find_key(db, std::vector<std::int32_t>{text_key("cow-22", 10)(1)}));
+
+  // Integer keys, including ones whose weighted sum overflows 32 bits.
+  db_hash t;
+  add_fields(t, "key", "int");
+  add_fields(t, "val", "int");
+  set_index(t, "key");
+  init_db_hash(t, 37);
+  const std::int32_t keys[] = {2147483647, -2147483647 - 1, -1, 1, 123456789, 1000003};
+  for (std::int32_t k : keys) {
+    insert_el(t, "key", k);
+    ASSERT_GE(t.current, 1);
+    ASSERT_LE(t.current, 37);
+    insert_el(t, "val", k / 2);
+  }
+  for (std::int32_t k : keys) {
+    ASSERT_TRUE(find_key_int(t, k));
+    std::int32_t v;
+    get_el_int(t, "val", v);
+    EXPECT_EQ(v, k / 2);
+  }
+  EXPECT_FALSE(find_key_int(t, 5));
+  // Real keys are stored by their bits.
+  db_hash r;
+  add_fields(r, "x", "real");
+  set_index(r, "x");
+  init_db_hash(r, 5);
+  insert_el(r, "x", 2.5f);
+  float x;
+  get_el_real(r, "x", x);
+  EXPECT_EQ(x, 2.5f);
+  close_db_hash(r);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.nfields, 0);
+  EXPECT_TRUE(r.data.empty());
+}
+
+TEST(DbHash, ExpansionOnThe71stKeyOfATableOf100) {
+  db_hash db;
+  declare_animals(db, 100);
+  CaptureOutput cap;
+  for (int i = 1; i <= 70; ++i) {
+    insert_el(db, "id", id_of(i));
+    insert_el(db, "number", i);
+    insert_el(db, "weight", static_cast<float>(i) * 0.5f);
+  }
+  EXPECT_EQ(db.size, 100);
+  EXPECT_EQ(cap.text(), "");
+  insert_el(db, "id", id_of(71));
+  EXPECT_EQ(cap.text(), " table expanded from  100  to  200  records\n");
+  EXPECT_EQ(db.size, 200);
+  EXPECT_EQ(db.filled, 71);
+  EXPECT_EQ(db.status, 2);
+  // The record just added is current: its fields can be set at once.
+  std::string s;
+  get_el_char(db, "id", s);
+  EXPECT_EQ(s, id_of(71) + std::string(10 - id_of(71).size(), ' '));
+  insert_el(db, "number", 71);
+  insert_el(db, "weight", 35.5f);
+  EXPECT_FALSE(exists("db_hash_expansion_setup"));
+  EXPECT_FALSE(exists("db_hash_expansion_data"));
+  for (int i = 1; i <= 71; ++i) {
+    ASSERT_TRUE(find_key(db, text_key(id_of(i), 10).vec())) << i;
+    std::int32_t n;
+    float w;
+    get_el_int(db, "number", n);
+    get_el_real(db, "weight", w);
+    EXPECT_EQ(n, i);
+    EXPECT_EQ(w, static_cast<float>(i) * 0.5f);
+  }
+  // Further growth: 141 keys pass 70 percent of 200.
+  for (int i = 72; i <= 1000; ++i) insert_el(db, "id", id_of(i));
+  EXPECT_EQ(db.size, 1600);
+  EXPECT_EQ(db.filled, 1000);
+  for (int i = 1; i <= 1000; ++i) ASSERT_TRUE(find_key(db, text_key(id_of(i), 10).vec())) << i;
+}
+
+TEST(DbHash, SetupAndDataFilesRoundTrip) {
+  db_hash db;
+  declare_animals(db, 13);
+  insert_el(db, "id", "x1");
+  insert_el(db, "number", 5);
+  insert_el(db, "weight", 1.0f);
+  write_setup(db, "animals.setup");
+  // Fixed layout: counts by (8i10), the names one after the other, then type, length, first,
+  // last of each field by (4i10).
+  EXPECT_EQ(file_text("animals.setup"),
+            "         3        13         5         3         1\n"
+            "id      number  weight  \n"
+            "         1        10         1         3\n"
+            "         2         4         4         4\n"
+            "         3         4         5         5\n");
+  write_data(db, "animals.data");
+  // "x1" in a 10-character field: three words, blank padded to the end of the last word.
+  std::int32_t w1, w2, w3;
+  std::memcpy(&w1, "x1  ", 4);
+  std::memcpy(&w2, "    ", 4);
+  std::memcpy(&w3, "    ", 4);
+  float one = 1.0f;
+  std::int32_t wone;
+  std::memcpy(&wone, &one, 4);
+  char line[200];
+  std::snprintf(line, sizeof line, "%12d%12d%12d%12d%12d\n", w1, w2, w3, 5, wone);
+  EXPECT_EQ(file_text("animals.data"), std::string("         1\n") + line);
+
+  // A larger table, text and binary, through close and reload.
+  db_hash big;
+  declare_animals(big, 301);
+  for (int i = 1; i <= 200; ++i) {
+    insert_el(big, "id", id_of(i));
+    insert_el(big, "number", -i);
+    insert_el(big, "weight", static_cast<float>(i) / 3.0f);
+  }
+  for (const char* form : {"text", "binary"}) {
+    write_setup(big, "big.setup");
+    write_data(big, "big.data", form);
+    db_hash back;
+    read_setup(back, "big.setup");
+    EXPECT_EQ(back.status, 1);
+    EXPECT_EQ(back.nfields, 3);
+    EXPECT_EQ(back.words, 5);
+    EXPECT_EQ(back.index_field, 1);
+    read_data(back, "big.data", form);
+    EXPECT_EQ(back.status, 2);
+    EXPECT_EQ(back.filled, 200);
+    EXPECT_EQ(back.size, 252);  // 200 / 0.8 + 2
+    for (int i = 1; i <= 200; ++i) {
+      ASSERT_TRUE(find_key(back, text_key(id_of(i), 10).vec())) << form << " " << i;
+      std::int32_t n;
+      float w;
+      get_el_int(back, "number", n);
+      get_el_real(back, "weight", w);
+      EXPECT_EQ(n, -i);
+      EXPECT_EQ(w, static_cast<float>(i) / 3.0f);
+    }
+    db_hash sized;
+    read_setup(sized, "big.setup");
+    read_data(sized, "big.data", form, 1000);
+    EXPECT_EQ(sized.size, 1000);
+    EXPECT_TRUE(find_key(sized, text_key(id_of(77), 10).vec()));
+  }
+  // The binary form is framed records: the count, then one record of 5 words per entry.
+  FramedReader fr("big.data");
+  std::int32_t count = 0;
+  ASSERT_EQ(fr.read(count), FramedStatus::ok);
+  EXPECT_EQ(count, 200);
+  std::vector<unsigned char> rec;
+  int records = 0;
+  while (fr.read_bytes(rec) == FramedStatus::ok) {
+    EXPECT_EQ(rec.size(), 20u);
+    ++records;
+  }
+  EXPECT_EQ(records, 200);
+}
+
+TEST(DbHash, SortAndNumber) {
+  db_hash db;
+  add_fields(db, "key", "int");
+  add_fields(db, "seq", "int");
+  set_index(db, "key");
+  init_db_hash(db, 53);
+  std::mt19937 rng(3);
+  std::set<std::int32_t> keys;
+  while (keys.size() < 30) keys.insert(static_cast<std::int32_t>(rng() % 2001) - 1000);
+  keys.erase(0);
+  for (std::int32_t k : keys) insert_el(db, "key", k);
+  // Without sorting: numbers in slot order.
+  sort_db(db, "seq");
+  std::int32_t expect = 0, prev_slot = 0;
+  for (bool m = move_rec(db, "first"); m; m = move_rec(db, "next")) {
+    std::int32_t s;
+    get_el_int(db, "seq", s);
+    EXPECT_EQ(s, ++expect);
+    EXPECT_GT(db.current, prev_slot);
+    prev_slot = db.current;
+  }
+  EXPECT_EQ(expect, static_cast<std::int32_t>(keys.size()));
+  EXPECT_EQ(db.current, db.size + 1);
+  // Sorted: numbers in ascending order of the key, negative keys first.
+  CaptureOutput cap;
+  sort_db(db, "seq", "sort");
+  EXPECT_EQ(cap.text(), " table with  " + std::to_string(keys.size()) + "  elements sorted\n");
+  EXPECT_EQ(db.status, 3);
+  expect = 0;
+  auto it = keys.begin();
+  for (bool m = move_rec(db, "f"); m; m = move_rec(db, "n")) {
+    std::int32_t k, s;
+    get_el_int(db, "key", k);
+    get_el_int(db, "seq", s);
+    EXPECT_EQ(k, *it++);
+    EXPECT_EQ(s, ++expect);
+    EXPECT_EQ(db.current, expect);  // packed at the front
+  }
+  // Walking back from the end gives the largest key first.
+  EXPECT_TRUE(move_rec(db, "prev"));
+  std::int32_t k;
+  get_el_int(db, "key", k);
+  EXPECT_EQ(k, *keys.rbegin());
+  // A lookup in a sorted table still finds every key; the numbers stay.
+  std::int32_t rank = 0;
+  for (std::int32_t key : keys) {
+    ASSERT_TRUE(find_key_int(db, key));
+    std::int32_t s;
+    get_el_int(db, "seq", s);
+    EXPECT_EQ(s, ++rank);
+  }
+  EXPECT_EQ(db.status, 2);
+
+  // Text keys sort in character order.
+  db_hash t;
+  add_fields(t, "name", "char", 6);
+  add_fields(t, "n", "int");
+  set_index(t, "name");
+  init_db_hash(t, 19);
+  for (const char* s : {"pear", "apple", "fig", "applf", "Zebra", "apple2"}) insert_el(t, "name", s);
+  {
+    CaptureOutput quiet;
+    sort_db(t, "n", "sort");
+  }
+  std::vector<std::string> order;
+  for (bool m = move_rec(t, "first"); m; m = move_rec(t, "next")) {
+    std::string s;
+    get_el_char(t, "name", s);
+    order.push_back(s);
+  }
+  EXPECT_EQ(order, (std::vector<std::string>{"Zebra ", "apple ", "apple2", "applf ", "fig   ", "pear  "}));
+}
+
+TEST(DbHash, MoveRecAtTheEnds) {
+  db_hash db;
+  add_fields(db, "k", "int");
+  set_index(db, "k");
+  init_db_hash(db, 7);
+  EXPECT_FALSE(move_rec(db, "first"));
+  EXPECT_EQ(db.current, 8);
+  insert_el(db, "k", 3);
+  const std::int32_t slot = db.current;
+  EXPECT_TRUE(move_rec(db, "first"));
+  EXPECT_EQ(db.current, slot);
+  EXPECT_FALSE(move_rec(db, "next"));
+  EXPECT_EQ(db.current, 8);
+  EXPECT_TRUE(move_rec(db, "prev"));
+  EXPECT_EQ(db.current, slot);
+  EXPECT_FALSE(move_rec(db, "prev"));
+  EXPECT_EQ(db.current, 0);
+  // Reading past the end is refused like reading with no record.
+  move_rec(db, "n");
+  move_rec(db, "n");
+  std::int32_t v;
+  EXPECT_EQ(stop_text([&] { get_el_int(db, "k", v); }), "get_el_integer: current = 0\n");
+}
+
+TEST(DbHash, Printing) {
+  db_hash db;
+  CaptureOutput cap;
+  print_db_status(db);
+  EXPECT_EQ(cap.text(), "db_hash:  uninitialized\nindex not set\n number of entries: 0\n number of filled entries: 0\n");
+  cap.clear();
+  add_fields(db, "id", "char", 6);
+  add_fields(db, "n", "int");
+  add_fields(db, "w", "real");
+  print_db_status(db);
+  EXPECT_EQ(cap.text(),
+            "db_hash: status:accepting field definitions\n id       char 6\n n        int 4\n w        real 4\n"
+            "index not set\n number of entries: 0\n number of filled entries: 0\n");
+  set_index(db, "id");
+  init_db_hash(db, 9);
+  cap.clear();
+  print_entry(db);
+  EXPECT_EQ(cap.text(), "print_entry: empty table\n");
+  insert_el(db, "id", "abc");
+  insert_el(db, "n", -12);
+  insert_el(db, "w", 2.5f);
+  cap.clear();
+  print_db_status(db);
+  EXPECT_EQ(cap.text(),
+            "db_hash: status:accepting entries\n id       char 6\n n        int 4\n w        real 4\n"
+            "  index variable:  id      \n number of entries: 9\n number of filled entries: 1\n");
+  cap.clear();
+  print_entry(db);
+  EXPECT_EQ(cap.text(), "abc   -12 2.500 \n");
+  cap.clear();
+  sort_db(db, "n", "sort");
+  print_db_status(db);
+  EXPECT_NE(cap.text().find("db_hash: status:sorted\n"), std::string::npos);
+}
+
+TEST(DbHash, DeclarationFailures) {
+  {
+    db_hash db;
+    for (int f = 1; f <= 30; ++f) add_fields(db, "f" + std::to_string(f), "int");
+    EXPECT_EQ(db.nfields, 30);
+    EXPECT_EQ(stop_text([&] { add_fields(db, "f31", "int"); }), " dbhash:maximum number of fields: 30\n");
+    EXPECT_EQ(db.nfields, 30);
+  }
+  db_hash db;
+  EXPECT_EQ(stop_text([&] { add_fields(db, "txt", "char"); }), " db_hash: length of field missing for field  txt\n");
+  EXPECT_EQ(stop_text([&] { add_fields(db, "d", "double"); }), " db_hash: unknown field type:  double\n");
+  EXPECT_EQ(stop_text([&] { set_index(db, "k"); }), " db_hash: field  k  does not exist\n");
+  EXPECT_EQ(stop_text([&] { init_db_hash(db, 10); }), " db_hash: fields not defined\n");
+  add_fields(db, "k", "int");
+  add_fields(db, "v", "int");
+  EXPECT_EQ(stop_text([&] { init_db_hash(db, 10); }), " db_hash: index not defined\n");
+  EXPECT_EQ(stop_text([&] { align_db(db); }), " db_hash: index not defined\n");
+  EXPECT_EQ(stop_text([&] { write_setup(db, "x.setup"); }), "write_setup: status < 2\n");
+  EXPECT_EQ(stop_text([&] { insert_el(db, "k", 1); }),
+            " incorrect state for subroutine/function  insert_el\n the status is  1  and should be > 1\n");
+  EXPECT_EQ(stop_text([&] { sort_db(db, "v", "sort"); }), "sort_db: database not set yet\n");
+  set_index(db, "k");
+  EXPECT_EQ(stop_text([&] { set_index(db, "v"); }), " db_hash: index has already been set to:  k\n");
+  init_db_hash(db, 10);
+  EXPECT_EQ(stop_text([&] { set_index(db, "v"); }), "set_index: index already set\n");
+  EXPECT_EQ(stop_text([&] { add_fields(db, "late", "int"); }), " add_fields: all fields already declared; name= late\n");
+  EXPECT_EQ(stop_text([&] { align_db(db); }),
+            " incorrect state for subroutine/function  align_db\n the status is  2  and should be  1\n");
+  db.status = 4;
+  EXPECT_EQ(stop_text([&] { init_db_hash(db, 10); }), "dbase: status>3 should not happen\n");
+  db.status = 2;
+  // With status 2 or 3 the table is emptied, and made again when the size differs.
+  insert_el(db, "k", 8);
+  init_db_hash(db, 10);
+  EXPECT_EQ(db.filled, 0);
+  EXPECT_FALSE(find_key_int(db, 8));
+  init_db_hash(db, 20);
+  EXPECT_EQ(db.size, 20);
+  EXPECT_EQ(db.data.cols(), 20);
+  db_hash empty;
+  EXPECT_EQ(stop_text([&] { move_rec(empty, "first"); }),
+            " incorrect state for subroutine/function  insert_el\n the status is  0  and should be > 1\n");
+}
+
+TEST(DbHash, RecordFailures) {
+  db_hash db;
+  add_fields(db, "id", "char", 4);
+  add_fields(db, "n", "int");
+  add_fields(db, "w", "real");
+  set_index(db, "id");
+  init_db_hash(db, 11);
+  EXPECT_EQ(stop_text([&] { insert_el(db, "n", 1); }), "db_hash: insertion of non-index field before any index entry\n");
+  std::int32_t i;
+  float r;
+  std::string s;
+  EXPECT_EQ(stop_text([&] { get_el_char(db, "id", s); }), "get_el_char: current = 0\n");
+  EXPECT_EQ(stop_text([&] { get_el_int(db, "n", i); }), "get_el_integer: current = 0\n");
+  EXPECT_EQ(stop_text([&] { get_el_real(db, "w", r); }), "get_el_real: current = 0\n");
+  EXPECT_EQ(stop_text([&] { insert_el(db, "zz", 1); }), " db_hash: field  zz  nonexistent\n");
+  EXPECT_EQ(stop_text([&] { insert_el(db, "n", "text"); }), " insert_el_char: field  n  not alphanumeric\n");
+  EXPECT_EQ(stop_text([&] { insert_el(db, "id", 5); }), " insert_el_char: field  id  not integer\n");
+  EXPECT_EQ(stop_text([&] { insert_el(db, "n", 5.0f); }), " insert_el_char: field  n  not real\n");
+  EXPECT_EQ(stop_text([&] { get_el_int(db, "zz", i); }), " get_el_int: field  zz  nonexistent\n");
+  EXPECT_EQ(stop_text([&] { get_el_int(db, "w", i); }), " get_el_char: field  w  not integer\n");
+  EXPECT_EQ(stop_text([&] { move_rec(db, "back"); }), " move_rec: unknown direction: back\n");
+  EXPECT_EQ(stop_text([&] { sort_db(db, "nothing"); }), " sort_db: field  nothing  not found\n");
+  EXPECT_EQ(stop_text([&] { add_key(db, std::vector<std::int32_t>{0}); }),
+            "db_hash: a key whose words are all 0 cannot be stored\n");
+  insert_el(db, "id", "ab");
+  db.field_info(1, 1) = 7;
+  EXPECT_EQ(stop_text([&] { sort_db(db, "n", "sort"); }), "This should not happen QF234TYr\n");
+  db.field_info(1, 1) = 1;
+
+  // The probe goes on by 17 slots (a stride of 16 from a 1-based slot), so in a table of 17
+  // slots a collision probes the same slot again and again. Keys 1 and 18 collide there.
+  db_hash c;
+  add_fields(c, "k", "int");
+  set_index(c, "k");
+  init_db_hash(c, 17);
+  insert_el(c, "k", 1);
+  EXPECT_EQ(stop_text([&] { insert_el(c, "k", 18); }), "hash table search too slow\n");
+
+  // Files.
+  db_hash fresh;
+  EXPECT_EQ(stop_text([&] { read_data(fresh, "none.data"); }), "read_setup: setup not read\n");
+  // A data file whose count promises more entries than it holds.
+  write_setup(db, "t.setup");
+  insert_el(db, "id", "cd");
+  write_data(db, "t2.data");
+  std::string body = file_text("t2.data");
+  body.replace(0, 10, "         5");
+  {
+    std::ofstream f("t2.data");
+    f << body;
+  }
+  db_hash back;
+  read_setup(back, "t.setup");
+  EXPECT_EQ(stop_text([&] { read_data(back, "t2.data"); }),
+            " read_data unsuccessful\n read  2  instead of  5  entries\n");
+  db_hash again;
+  read_setup(again, "t.setup");
+  EXPECT_NE(stop_text([&] { read_setup(again, "t.setup"); }).find("incorrect state for subroutine/function  read_setup"),
+            std::string::npos);
+  {
+    std::ofstream f("bad.setup");
+    f << "         3        13         5         3         9\n";
+  }
+  db_hash bad;
+  EXPECT_EQ(stop_text([&] { read_setup(bad, "bad.setup"); }), " db_hash: bad setup file  bad.setup\n");
+  EXPECT_EQ(stop_text([&] { read_setup(bad, "missing.setup"); }), " db_hash: cannot open file  missing.setup\n");
+  // An index longer than ten words cannot be hashed.
+  db_hash wide;
+  add_fields(wide, "long", "char", 41);
+  set_index(wide, "long");
+  EXPECT_EQ(stop_text([&] { init_db_hash(wide, 5); }), " db_hash: index field longer than 10 words: long\n");
+}
