@@ -159,8 +159,9 @@ void read_parameter_file(std::istream& dialogue) {
   std::string answer;
   if (!std::getline(dialogue, answer)) answer.clear();
   if (!answer.empty() && answer.back() == '\r') answer.pop_back();
-  std::string_view name = trim_left(answer);
-  name = trim_right(name.substr(0, std::min<std::size_t>(name.size(), 250)));
+  // The answer fills a field of 250 characters, which is then shifted left.
+  std::string_view name = answer;
+  name = trim_right(trim_left(name.substr(0, std::min<std::size_t>(name.size(), 250))));
   model.parfile = std::string(name);
   out() << "\n\n" << model.parfile << '\n';
 

@@ -401,9 +401,23 @@ TEST(ParameterFile, EdgeCases) {
   EXPECT_EQ(model.ncorr(5), 0);
   std::int32_t n = 0;
   std::vector<float> x(1);
+  std::vector<std::string> one_text(1);
   get_option("between", n, x);
   EXPECT_EQ(n, 1);
   EXPECT_EQ(x[0], 1.0f);
+
+  // Lines ended by carriage return and line feed read like plain ones.
+  std::string crlf;
+  for (char c : full_model) {
+    if (c == '\n') crlf += '\r';
+    crlf += c;
+  }
+  read_model(crlf);
+  EXPECT_EQ(model.r_var.vec(), (std::vector<double>{40, 10, 10, 30}));
+  EXPECT_EQ(model.g_var(5, 2, 2), 3.0);
+  EXPECT_EQ(model.random_file(3), "ped.txt");
+  get_option("solv_method", n, std::span<std::string>(one_text));
+  EXPECT_EQ(one_text[0], "FSPAK");
 
   // A second reading starts from an empty record and closes the files of the first.
   read_model(full_model.substr(0, full_model.find("RANDOM_GROUP")));
@@ -470,6 +484,22 @@ TEST(Options, GetOption) {
   get_option_r8("absent", n, kept, xc);
   EXPECT_EQ(n, -1);
   EXPECT_EQ(kept[0], 7.0);
+
+  // A line is read into 400 characters: "OPTION cut " and 194 values "1 " fill 399 of them,
+  // and the 195th value stands in column 400; what follows is lost.
+  std::string cut_line = "OPTION cut ";
+  for (int i = 0; i < 250; ++i) cut_line += std::to_string(1 + i % 9) + " ";
+  write_file("params.txt", full_model + cut_line + "\n");
+  {
+    std::istringstream dialogue("params.txt\n");
+    CaptureOutput cap;
+    read_parameter_file(dialogue);
+  }
+  std::vector<float> last(200, -1.0f);
+  get_option("cut", n, last);
+  EXPECT_EQ(n, 195);
+  EXPECT_EQ(last[194], static_cast<float>(1 + 194 % 9));
+  EXPECT_EQ(last[195], 0.0f);
 
   // Items are cut to 50 characters, and so is the key.
   const std::string long_key(60, 'k');
@@ -539,6 +569,35 @@ TEST(Printout, ChecksOfTheMatrices) {
     EXPECT_EQ(lines[lines.size() - 2], " correlated random effects     3  4");
     EXPECT_EQ(lines.back(), " unknown RANDOM-TYPE");
   }
+}
+
+TEST(Printout, GroupLargerThanMaxcorr) {
+  // Only a record changed by hand can hold such a group; the printout refuses it.
+  read_model(full_model);
+  model.ncorr(3) = 26;
+  EXPECT_EQ(print_stop_line(), " maxcorr should be increased to at least  52");
+}
+
+TEST(ParameterFile, FilesThatCannotBeOpened) {
+  EXPECT_EQ(reader_stop(replace_once(full_model, "ped.txt", "no_such_dir/ped.txt")),
+            " cannot open file: no_such_dir/ped.txt\n");
+  std::istringstream dialogue("no_such_dir/params.txt\n");
+  CaptureOutput cap;
+  EXPECT_THROW(read_parameter_file(dialogue), Stop);
+  EXPECT_EQ(cap.text(), dialogue_echo("no_such_dir/params.txt") + " cannot open file: no_such_dir/params.txt\n");
+}
+
+TEST(Options, WithoutParameterFile) {
+  // Before a parameter file is read every key is absent and every option list is valid.
+  model.reset();
+  std::int32_t n = 5;
+  std::vector<float> x{3.0f};
+  get_option("tunedG", n, x);
+  EXPECT_EQ(n, -1);
+  EXPECT_EQ(x[0], 3.0f);
+  CaptureOutput cap;
+  check_options({"anything"});
+  EXPECT_EQ(cap.text(), "");
 }
 
 TEST(Printout, FileLinesByType) {
