@@ -531,23 +531,51 @@ void write_g(Writer& wr, double v, std::int32_t w, std::int32_t d, std::int32_t 
     return;
   }
   if (d == 0) d = 1;
-  double a = std::fabs(v);
-  int decimals;
+  const double a = std::fabs(v);
+  const bool neg = std::signbit(v);
+  // The d significant digits, rounded once; the F form writes the same digits, since it
+  // rounds at the same decimal place.
+  Scratch buf(static_cast<std::size_t>(2 * d) + 48);
+  char* t = buf.data();
+  char* digits = t + d + 24;  // the F text is built here: sign, digits and point
+  int x = 0;                  // decimal exponent of the first digit
   if (a == 0) {
-    decimals = d - 1;
+    std::memset(t, '0', static_cast<std::size_t>(d));
   } else {
-    Scratch tmp(static_cast<std::size_t>(d) + 40);
-    char* t = tmp.data();
-    auto res = std::to_chars(t, t + d + 40, a, std::chars_format::scientific, d - 1);
-    int x = exponent_of(std::find(t, res.ptr, 'e'), res.ptr);
+    auto res = std::to_chars(t, t + d + 24, a, std::chars_format::scientific, d - 1);
+    const char* epos = std::find(t, res.ptr, 'e');
+    x = exponent_of(epos, res.ptr);
     if (x < -1 || x > d - 1) {
       write_e(wr, v, w, d, e, has_e, false);
       return;
     }
-    decimals = d - 1 - x;
+    if (d > 1) std::memmove(t + 1, t + 2, static_cast<std::size_t>(d - 1));  // drop the point
+  }
+  // F text: x+1 digits before the point (a zero when x = -1), the rest after it.
+  char* p = digits + 1;
+  char* q = p;
+  bool optional_zero = x < 0;
+  if (optional_zero) {
+    *q++ = '0';
+    *q++ = '.';
+    std::memcpy(q, t, static_cast<std::size_t>(d));
+    q += d;
+  } else {
+    std::memcpy(q, t, static_cast<std::size_t>(x + 1));
+    q += x + 1;
+    *q++ = '.';
+    std::memcpy(q, t + x + 1, static_cast<std::size_t>(d - 1 - x));
+    q += d - 1 - x;
+  }
+  if (a == 0 && d > 1) {
+    optional_zero = true;  // 0.000: d - 1 decimals
+    q = p + 2 + (d - 1);
+  } else if (a == 0) {
+    q = p + 2;  // "0."
   }
   if (w == 0) {
-    write_f(wr, v, 0, decimals, true);
+    if (neg) *--p = '-';
+    wr.put(p, static_cast<std::size_t>(q - p));
     return;
   }
   std::int32_t n = has_e ? e + 2 : 4;
@@ -556,19 +584,10 @@ void write_g(Writer& wr, double v, std::int32_t w, std::int32_t d, std::int32_t 
     return;
   }
   // The F part, then n blanks; a part that does not fit makes the whole field asterisks.
-  Scratch buf(static_cast<std::size_t>(decimals) + 330);
-  char* b = buf.data();
-  char* p = b + 1;
-  auto res = std::to_chars(p, b + decimals + 330, a, std::chars_format::fixed, decimals);
-  char* end = res.ptr;
-  if (decimals == 0) *end++ = '.';
   std::size_t fw = static_cast<std::size_t>(w - n);
-  bool neg = std::signbit(v);
-  if (decimals > 0 && p[0] == '0' && p[1] == '.' &&
-      static_cast<std::size_t>(end - p) + (neg ? 1 : 0) > fw)
-    ++p;
+  if (optional_zero && static_cast<std::size_t>(q - p) + (neg ? 1 : 0) > fw) ++p;
   if (neg) *--p = '-';
-  std::size_t len = static_cast<std::size_t>(end - p);
+  std::size_t len = static_cast<std::size_t>(q - p);
   if (len > fw) {
     wr.fill('*', static_cast<std::size_t>(w));
     return;

@@ -3,13 +3,20 @@
 // Output rule, used by every "free-format" message of the system: one leading blank, then the
 // items separated by one blank, and nothing after the last item. Integers are written in the
 // least width. Reals are written in the shortest form that reads back to the same value in
-// their own precision (r4 for float, r8 for double), with a decimal point always present
-// (1.0, not 1; 1.5E-10 for small and large magnitudes), NaN and Infinity spelt so. Logicals
-// are T and F. Text items are written as they are, trailing blanks included.
+// their own precision (r4 for float, r8 for double), with a decimal point always present:
+// fixed notation for magnitudes from 1e-4 up to below 1e15 (1.0, not 1; 0.0001; 16777216.0),
+// d.dddE+xx for the others and for no other (1.5E-10, 1.0E+20); zero is 0.0 or -0.0; NaN,
+// Infinity and -Infinity spelt so. Logicals are T and F. Text items are written as they are,
+// trailing blanks included.
 //
 // Input rule: values are separated by blanks, commas or line ends, and one read may span as
-// many lines as it needs; after the last value the rest of its line is skipped. A value that
-// does not decode as the type asked for is an error that the caller sees.
+// many lines as it needs; after the last value the rest of its line is skipped. Two commas
+// with only blanks between them give a null value, which leaves its target unchanged; a '/'
+// ends the read and leaves the remaining targets unchanged. Numbers may have a leading '+';
+// reals may use D as the exponent letter. Texts may be quoted with ' or " (a doubled quote
+// inside stands for itself), else they end at a separator. A value that does not decode as
+// the type asked for (a real or a text for an integer, an integer beyond its type) is an
+// error that the caller sees.
 #pragma once
 
 #include <cstdint>
@@ -50,9 +57,11 @@ ReadStatus read_free(std::istream& in, Args&... args);
 
 // The (fw.0) input rule of the splitters, on one item: only the first `width` characters take
 // part, a comma ends the field, blanks are ignored, a value without a decimal point is a whole
-// number, an exponent with E or D is allowed. The value is decoded straight to the precision
-// asked for (a float result is the correctly rounded float of the decimal text). Returns false
-// and sets the value to 0 when the field does not decode.
+// number, an exponent with E or D (or a signed exponent without a letter, 1-3 = 0.001) is
+// allowed, and so are INF, INFINITY and NAN in any case. A blank field is 0. The value is
+// decoded straight to the precision asked for (a float result is the correctly rounded float
+// of the decimal text); beyond the range of the type it is an infinity, below it zero.
+// Returns false and sets the value to 0 when the field does not decode.
 bool read_fixed(std::string_view item, float& value, int width = 12);
 bool read_fixed(std::string_view item, double& value, int width = 12);
 

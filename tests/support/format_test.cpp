@@ -260,6 +260,7 @@ TEST(Format, FixedWidthFields) {
   EXPECT_EQ(fformat("(f7.2)", 1.5), "   1.50\n");
   EXPECT_EQ(fformat("(f4.2,f3.2)", 0.5, 0.5), "0.50.50\n");
   EXPECT_EQ(fformat("(f3.2)", -0.5), "***\n");
+  EXPECT_EQ(fformat("(f7.5,1x,f6.5)", 0.5, 0.5), "0.50000 .50000\n");
   EXPECT_EQ(fformat("(f5.2)", 123.456), "*****\n");
   EXPECT_EQ(fformat("(f5.0)", 3.7), "   4.\n");
   EXPECT_EQ(fformat("(f3.0)", 0.3), " 0.\n");
@@ -309,6 +310,9 @@ TEST(Format, GeneralForm) {
   EXPECT_EQ(fformat("(g0.4)", 0.5), "0.5000\n");
   EXPECT_EQ(fformat("(g0.4)", 1234567.0), "0.1235E+07\n");
   EXPECT_EQ(fformat("(g0)", 1.5), "1.5000000000000000\n");
+  EXPECT_EQ(fformat("(g0.3,1x,g0.1,1x,g0.3,1x,g0.3)", 0.0, 0.0, -0.25, 99.94), "0.00 0. -0.250 99.9\n");
+  EXPECT_EQ(fformat("(g9.1,g10.3,g9.3,g8.3)", 0.0, -0.25, -0.25, -0.25),
+            std::string("   0.    ") + "-0.250    " + "-.250    " + "********\n");
   EXPECT_EQ(fformat("(g0)", 1.5f), "1.50000000\n");
   // G takes integers, texts and logicals too.
   EXPECT_EQ(fformat("(g5,g0,g4,g3)", 42, 7, "ab", true), "   427  ab  T\n");
