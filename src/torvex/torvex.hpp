@@ -57,6 +57,7 @@ struct TorvexState {
   std::int32_t TORVEX_state = -1;
   std::int32_t memory_size = 100;  // current size of the work space in 4-byte units
   std::int32_t order_last = 0;     // order of the last matrix
+  std::int32_t elements_last = 0;  // its number of stored elements
   TorvexWork work;                 // the work space, kept between calls
   Array1<std::int32_t> perm, invp; // the ordering in use (1-based)
   TorvexStatistics stats;          // counters and times of the kernel

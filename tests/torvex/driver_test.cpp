@@ -1,0 +1,284 @@
+// The driver: stages, state, growth of the work space, the order file and the messages.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "support/framed.hpp"
+#include "support/output.hpp"
+#include "support/stop.hpp"
+#include "torvex/torvex.hpp"
+#include "helpers.hpp"
+
+using namespace mmekit;
+using namespace torvex_test;
+
+namespace {
+
+struct Fresh {
+  Fresh() {
+    TORVEX("reset", dummy);
+    torvex_state.stats = TorvexStatistics{};
+    torvex_state.order_last = 0;
+    torvex_state.elements_last = 0;
+  }
+  sparse_ija dummy;
+};
+
+Array1<double> to_array(const std::vector<double>& v) {
+  Array1<double> a(static_cast<std::int64_t>(v.size()));
+  for (std::size_t i = 0; i < v.size(); ++i) a(static_cast<std::int64_t>(i + 1)) = v[i];
+  return a;
+}
+
+std::string stop_text(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const Stop& s) {
+    return s.what();
+  }
+  return "(no stop)";
+}
+
+}  // namespace
+
+TEST(TorvexDriver, StagesStateAndResults) {
+  Fresh fresh;
+  const int n = 50;
+  Dense d = random_spd(n, 0.07, 5);
+  double logdet = 0;
+  Dense inv = spd_inverse(d, n, &logdet);
+  sparse_ija m = to_ija(d, n);
+  EXPECT_EQ(torvex_state.TORVEX_state, -1);
+  EXPECT_EQ(torvex_state.memory_size, 100);
+
+  // The first call grows the work space from 100 units, saying so at print level 1.
+  CaptureOutput cap;
+  TorvexArgs pa;
+  pa.print_level = 1;
+  TORVEX("factorize", m, pa);
+  EXPECT_EQ(torvex_state.TORVEX_state, 2);
+  std::string t = cap.text();
+  EXPECT_EQ(t.find(" memory increased from:  100  to:  "), 0u) << t;
+  EXPECT_NE(t.find(" ordering time = "), std::string::npos);
+  EXPECT_NE(t.find(" symbolic factorization time= "), std::string::npos);
+  EXPECT_NE(t.find(" numerical factorization time= "), std::string::npos);
+  EXPECT_GT(torvex_state.memory_size, 100);
+  EXPECT_EQ(torvex_state.work.size(), torvex_state.memory_size);
+  EXPECT_EQ(torvex_state.stats.calls_numeric, 1);
+
+  // A solve after "fac" does not factorise again.
+  cap.clear();
+  std::vector<double> b(n);
+  for (int i = 0; i < n; ++i) b[static_cast<std::size_t>(i)] = std::sin(i + 1.0);
+  Array1<double> rhs = to_array(b), sol;
+  TorvexArgs sa;
+  sa.rhs = &rhs;
+  sa.sol = &sol;
+  TORVEX("solve", m, sa);
+  EXPECT_EQ(cap.text(), "");
+  EXPECT_EQ(torvex_state.stats.calls_numeric, 1);
+  std::vector<double> ref = multiply(inv, n, b);
+  ASSERT_EQ(sol.size(), n);
+  for (int i = 0; i < n; ++i) EXPECT_NEAR(sol(i + 1), ref[static_cast<std::size_t>(i)], 1e-10);
+
+  double det = 0;
+  TorvexArgs da;
+  da.det = &det;
+  TORVEX("lde", m, da);
+  EXPECT_NEAR(det, logdet, 1e-9);
+  TORVEX("det", m, da);
+  EXPECT_NEAR(std::log(det), logdet, 1e-9);
+
+  // Products with the factor and its inverse undo each other.
+  Array1<double> y, z;
+  TorvexArgs ia;
+  ia.rhs = &rhs;
+  ia.sol = &y;
+  TORVEX("m_inv_fact", m, ia);
+  TorvexArgs fa;
+  fa.rhs = &y;
+  fa.sol = &z;
+  TORVEX("m_fact", m, fa);
+  for (int i = 1; i <= n; ++i) EXPECT_NEAR(z(i), rhs(i), 1e-10);
+
+  // The inverse goes into the matrix and the state falls back to 1; "res" keeps it there.
+  TORVEX("invert", m);
+  EXPECT_EQ(torvex_state.TORVEX_state, 1);
+  TORVEX("reset", m);
+  EXPECT_EQ(torvex_state.TORVEX_state, -1);
+  EXPECT_EQ(torvex_state.memory_size, 100);
+  EXPECT_FALSE(torvex_state.work.allocated());
+  for (int i = 1; i <= n; ++i)
+    for (int e = m.ia(i); e < m.ia(i + 1); ++e) EXPECT_NEAR(m.a(e), at(inv, n, i - 1, m.ja(e) - 1), 1e-10);
+
+  // Statistics without a work space still print their block.
+  cap.clear();
+  TORVEX("statistics", m);
+  EXPECT_NE(cap.text().find("              SPARSE STATISTICS\n"), std::string::npos);
+}
+
+TEST(TorvexDriver, NewOrderAndRefactorisation) {
+  Fresh fresh;
+  const int n = 30;
+  Dense d1 = random_spd(n, 0.1, 8);
+  sparse_ija m1 = to_ija(d1, n);
+  Array1<std::int32_t> p1, q1;
+  TorvexArgs a;
+  a.perm_out = &p1;
+  a.invp_out = &q1;
+  TORVEX("fac", m1, a);
+  ASSERT_EQ(p1.size(), n);
+  for (int k = 1; k <= n; ++k) EXPECT_EQ(q1(p1(k)), k);
+  // The order file holds the same ordering.
+  {
+    FramedReader r("torvex.ord");
+    std::int32_t nn = 0, nsub = 0;
+    ASSERT_EQ(r.read(nn, nsub), FramedStatus::ok);
+    EXPECT_EQ(nn, n);
+    std::vector<std::int32_t> p(n), q(n);
+    ASSERT_EQ(r.read(p), FramedStatus::ok);
+    ASSERT_EQ(r.read(q), FramedStatus::ok);
+    for (int k = 1; k <= n; ++k) {
+      EXPECT_EQ(p[static_cast<std::size_t>(k - 1)], p1(k));
+      EXPECT_EQ(q[static_cast<std::size_t>(k - 1)], q1(k));
+    }
+  }
+  // "fac" on the same matrix forces the numeric stage only.
+  CaptureOutput cap;
+  TorvexArgs pl;
+  pl.print_level = 1;
+  TORVEX("fac", m1, pl);
+  EXPECT_EQ(cap.text().find(" ordering time ="), std::string::npos);
+  EXPECT_NE(cap.text().find(" numerical factorization time="), std::string::npos);
+  EXPECT_EQ(torvex_state.stats.calls_numeric, 2);
+
+  // Another order: ordering again, and the solution is that of the new matrix.
+  cap.clear();
+  const int n2 = 45;
+  Dense d2 = random_spd(n2, 0.08, 9);
+  sparse_ija m2 = to_ija(d2, n2);
+  std::vector<double> b(n2, 1.0);
+  Array1<double> rhs = to_array(b), sol;
+  TorvexArgs sa;
+  sa.rhs = &rhs;
+  sa.sol = &sol;
+  sa.print_level = 3;
+  TORVEX("sol", m2, sa);
+  const std::string t = cap.text();
+  EXPECT_NE(t.find(" TORVEX: size= 45   #nonzeroes= " + std::to_string(m2.nel) + "\n"), std::string::npos) << t;
+  EXPECT_NE(t.find(" ordering time ="), std::string::npos);
+  std::vector<double> ref = multiply(spd_inverse(d2, n2), n2, b);
+  for (int i = 0; i < n2; ++i) EXPECT_NEAR(sol(i + 1), ref[static_cast<std::size_t>(i)], 1e-10);
+
+  // Back to the first matrix: same order, other elements: ordered and factorised anew.
+  Array1<double> rhs1 = to_array(std::vector<double>(n, 1.0)), sol1;
+  sa.rhs = &rhs1;
+  sa.sol = &sol1;
+  sa.print_level = 0;
+  TORVEX("sol", m1, sa);
+  std::vector<double> ref1 = multiply(spd_inverse(d1, n), n, std::vector<double>(n, 1.0));
+  for (int i = 0; i < n; ++i) EXPECT_NEAR(sol1(i + 1), ref1[static_cast<std::size_t>(i)], 1e-10);
+
+  // A caller's ordering is used as given.
+  Array1<std::int32_t> rev(n), got;
+  for (int k = 1; k <= n; ++k) rev(k) = n + 1 - k;
+  TorvexArgs ga;
+  ga.perm = &rev;
+  ga.perm_out = &got;
+  TORVEX("fac", m1, ga);
+  EXPECT_EQ(got, rev);
+  TORVEX("sol", m1, sa);
+  for (int i = 0; i < n; ++i) EXPECT_NEAR(sol1(i + 1), ref1[static_cast<std::size_t>(i)], 1e-10);
+  TORVEX("res", m1);
+}
+
+TEST(TorvexDriver, SingularInverse) {
+  Fresh fresh;
+  const int f1 = 3, f2 = 4, r = 20, n = 1 + f1 + f2 + r;
+  Dense d = mme_like(f1, f2, r, 80, 12);
+  sparse_ija m = to_ija(d, n);
+  sparse_ija orig = m;
+  TORVEX("inverse", m);
+  // The rows of the dependent equations are zero, the rest is the inverse of the kept part.
+  std::vector<int> keep;
+  for (int i = 1; i <= n; ++i)
+    if (m.a(m.ia(i)) != 0.0) keep.push_back(i - 1);
+  ASSERT_EQ(static_cast<int>(keep.size()), dense_rank(d, n));
+  Dense ikk = spd_inverse(sub(d, n, keep), static_cast<int>(keep.size()));
+  std::vector<int> where(static_cast<std::size_t>(n), -1);
+  for (std::size_t t = 0; t < keep.size(); ++t) where[static_cast<std::size_t>(keep[t])] = static_cast<int>(t);
+  for (int i = 1; i <= n; ++i)
+    for (int e = m.ia(i); e < m.ia(i + 1); ++e) {
+      const int wi = where[static_cast<std::size_t>(i - 1)], wj = where[static_cast<std::size_t>(m.ja(e) - 1)];
+      EXPECT_NEAR(m.a(e), wi < 0 || wj < 0 ? 0.0 : at(ikk, static_cast<int>(keep.size()), wi, wj), 1e-9);
+    }
+  // The next operation refactorises from the matrix handed in.
+  double det = 0;
+  TorvexArgs da;
+  da.det = &det;
+  TORVEX("ldet", orig, da);
+  double logdet = 0;
+  spd_inverse(sub(d, n, keep), static_cast<int>(keep.size()), &logdet);
+  EXPECT_NEAR(det, logdet, 1e-8);
+  TORVEX("res", m);
+}
+
+TEST(TorvexDriver, Messages) {
+  Fresh fresh;
+  const int n = 10;
+  sparse_ija m = to_ija(random_spd(n, 0.3, 2), n);
+  CaptureOutput cap;
+  // Missing optional arguments: message, nothing done, no stop.
+  TORVEX("det", m);
+  TORVEX("ldet", m);
+  TORVEX("solve", m);
+  Array1<double> rhs(n, 1.0);
+  TorvexArgs only_rhs;
+  only_rhs.rhs = &rhs;
+  TORVEX("m_fact", m, only_rhs);
+  TORVEX("m_inv", m, only_rhs);
+  EXPECT_EQ(cap.text(),
+            " TORVEX: optional parameter DET missing\n TORVEX: optional parameter DET misiing\n"
+            " TORVEX: optional parameter SOL or RS missing\n TORVEX: optional parameter SOL or RS missing\n"
+            " TORVEX: optional parameter SOL or RS missing\n");
+  EXPECT_EQ(torvex_state.TORVEX_state, -1);
+
+  cap.clear();
+  EXPECT_EQ(stop_text([&] { TORVEX("xyz", m); }), " TORVEX operation  xyz  unknown");
+  EXPECT_EQ(cap.text(), " TORVEX operation  xyz  unknown\n");
+
+  // The limit on memory.
+  cap.clear();
+  TorvexArgs lim;
+  lim.max_memory = 150;
+  EXPECT_EQ(stop_text([&] { TORVEX("fac", m, lim); }).find(" TORVEX: memory needed:  "), 0u);
+  const std::string t = cap.text();
+  EXPECT_NE(t.find("\n          maxmimum memory allowed:  150\n"), std::string::npos) << t;
+  TORVEX("res", m);
+
+  // A caller's permutation of the wrong size.
+  cap.clear();
+  Array1<std::int32_t> p(n + 2);
+  for (int k = 1; k <= n + 2; ++k) p(k) = k;
+  TorvexArgs pa;
+  pa.perm = &p;
+  EXPECT_EQ(stop_text([&] { TORVEX("fac", m, pa); }), " torvex: unknown error flag:  -1");
+  EXPECT_EQ(cap.text(),
+            " incorrect size of permutation vector\n size  12  found; size  10  required\n"
+            " error in unit IOOR \n option no.  70  not implemented\n torvex: unknown error flag:  -1\n");
+  TORVEX("res", m);
+
+  // The flags of a pivot failure and of an unknown error.
+  TorvexWork w(10);
+  std::int32_t size = 10;
+  cap.clear();
+  EXPECT_EQ(stop_text([&] { torvex_handle_flag(40000007, 0, w, size, 1000, 0); }),
+            " TORVEX: Zero or negative pivot for row ROW  during numerical factorization in row: 36000007");
+  EXPECT_EQ(stop_text([&] { torvex_handle_flag(100, 0, w, size, 1000, 0); }),
+            " torvex: unknown error flag:  100");
+  EXPECT_TRUE(torvex_handle_flag(101, 0, w, size, 1000, 0));
+  EXPECT_EQ(size, 101);
+  EXPECT_FALSE(torvex_handle_flag(0, 0, w, size, 1000, 0));
+}
