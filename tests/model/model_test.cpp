@@ -449,10 +449,11 @@ TEST(Options, GetOption) {
   get_option("tunedG  ", n, x);
   EXPECT_EQ(n, 1);
   EXPECT_EQ(x, (std::vector<float>{2.0f, 0.0f, 0.0f}));
-  // An indented line.
-  get_option("indented", n, x);
+  // An indented line; the library's 1-based arrays serve as well.
+  Array1<float> xa(3, -1.0f);
+  get_option("indented", n, xa);
   EXPECT_EQ(n, 2);
-  EXPECT_EQ(x, (std::vector<float>{1.0f, 2.0f, 0.0f}));
+  EXPECT_EQ(xa.vec(), (std::vector<float>{1.0f, 2.0f, 0.0f}));
   // More values than room, and more room than values.
   std::vector<std::string> wide(7, "old");
   get_option("many", n, x, wide);
