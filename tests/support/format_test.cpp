@@ -437,3 +437,47 @@ TEST(Format, FwriteWritesToAStream) {
   fwrite(os, "(a,i3)", "n", 5);
   EXPECT_EQ(os.str(), "n  5\n");
 }
+
+TEST(Format, RandomFormatsEitherWorkOrStop) {
+  // Formats put together from random pieces, many of them malformed, with random items: each
+  // either writes or stops with a message; nothing else may happen (the sanitizers watch).
+  const char* pieces[] = {"i3", "i0", "I5.2", "f0.5", "f8.3", "F4.1", "e10.3", "es9.2", "E12.4e3",
+                          "g12.5", "g0", "g0.4", "a", "a3", "l2", "x", "2x", "t5", "tl2", "tr3",
+                          "/", ":", "'ab'", "\"q\"", "(", ")", ",", "3", "2(", " ", "q", ".", "'"};
+  std::mt19937_64 rng(2024);
+  std::uniform_int_distribution<std::size_t> pick(0, std::size(pieces) - 1);
+  std::uniform_int_distribution<int> len(0, 10), kind(0, 4), nitems(0, 12);
+  int parsed = 0, written = 0, stopped = 0;
+  for (int n = 0; n < 4000; ++n) {
+    std::string text = "(";
+    for (int k = len(rng); k > 0; --k) text += pieces[pick(rng)];
+    text += ")";
+    FormatList items;
+    std::vector<std::string> texts;
+    texts.reserve(16);
+    for (int k = nitems(rng); k > 0; --k) {
+      switch (kind(rng)) {
+        case 0: items.add(static_cast<int>(rng() % 2001) - 1000); break;
+        case 1: items.add(std::ldexp(static_cast<double>(rng() % 100000) - 50000, static_cast<int>(rng() % 40) - 20)); break;
+        case 2: items.add(static_cast<float>(rng() % 1000) / 7.0f); break;
+        case 3: texts.push_back(std::string(rng() % 6, 'z')); items.add(texts.back()); break;
+        default: items.add(rng() % 2 == 0); break;
+      }
+    }
+    CaptureOutput cap;
+    try {
+      Format f(text);
+      ++parsed;
+      std::string full = f.write(items);
+      std::string partial = f.write_partial(items);
+      ASSERT_EQ(full, partial + "\n") << text;
+      ++written;
+    } catch (const Stop& e) {
+      ASSERT_EQ(cap.text(), std::string(e.what()) + "\n");
+      ++stopped;
+    }
+  }
+  EXPECT_GT(parsed, 500);
+  EXPECT_GT(written, 100);
+  EXPECT_GT(stopped, 500);
+}
