@@ -579,6 +579,8 @@ void read_data(db_hash& db, const std::string& file, std::optional<std::string_v
           if (!fits_i4(v)) { ok = false; break; }
           rec[got++] = static_cast<std::int32_t>(v);
         }
+        // Something that is not a number ends the reading; the count check reports it.
+        if (got < rec.size() && !ls.eof()) ok = false;
       }
       if (!ok) break;
     }

@@ -507,6 +507,18 @@ TEST(DbHash, RecordFailures) {
   read_setup(back, "t.setup");
   EXPECT_EQ(stop_text([&] { read_data(back, "t2.data"); }),
             " read_data unsuccessful\n read  2  instead of  5  entries\n");
+  // A damaged value ends the reading.
+  body = file_text("t2.data");
+  body.replace(0, 10, "         2");
+  body.replace(body.size() - 3, 1, "x");
+  {
+    std::ofstream f("t3.data");
+    f << body;
+  }
+  db_hash damaged;
+  read_setup(damaged, "t.setup");
+  EXPECT_EQ(stop_text([&] { read_data(damaged, "t3.data"); }),
+            " read_data unsuccessful\n read  1  instead of  2  entries\n");
   db_hash again;
   read_setup(again, "t.setup");
   EXPECT_NE(stop_text([&] { read_setup(again, "t.setup"); }).find("incorrect state for subroutine/function  read_setup"),
