@@ -99,7 +99,7 @@ class Format {
   // The lines of one write statement, each ending in '\n'.
   std::string write(const FormatList& items) const;
   // The same without the newline after the last line (a non-advancing write): the next write
-  // continues that line.
+  // continues that line. Columns of T and TL count from the start of this write's text.
   std::string write_partial(const FormatList& items) const;
 
   struct Program;  // the parsed descriptors
