@@ -104,7 +104,7 @@ std::pair<std::string, std::string> round_fixed(const Exact& x, int d) {
   std::string all = x.int_part + frac.substr(0, static_cast<std::size_t>(d));
   std::string rest = frac.substr(static_cast<std::size_t>(d));
   if (rounds_up(all.back(), rest)) {
-    if (increment(all)) all = "1" + all;
+    if (increment(all)) all.insert(all.begin(), '1');
   }
   std::string ip = all.substr(0, all.size() - static_cast<std::size_t>(d));
   std::size_t nz = ip.find_first_not_of('0');
@@ -124,7 +124,8 @@ std::pair<std::string, int> round_sig(const Exact& x, int n) {
   std::string kept = digits.substr(0, static_cast<std::size_t>(n));
   if (rounds_up(kept.back(), digits.substr(static_cast<std::size_t>(n)))) {
     if (increment(kept)) {
-      kept = "1" + kept.substr(0, kept.size() - 1);
+      kept.pop_back();  // all nines became zeros: one more digit in front
+      kept.insert(kept.begin(), '1');
       ++N;
     }
   }
