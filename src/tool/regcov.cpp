@@ -19,6 +19,7 @@ namespace {
 constexpr std::size_t record_length = 255;    // a data line is cut here
 constexpr std::size_t name_length = 80;       // a file name is cut here
 constexpr std::size_t split_capacity = 1000;  // numbers the splitter can hold
+constexpr std::size_t max_record_items = 128;  // the most items a line of 255 characters holds
 constexpr std::int32_t max_positions = 100;   // items of the position line
 constexpr std::size_t max_terms = std::size_t{1} << 24;
 
@@ -158,6 +159,8 @@ LegendreTable::LegendreTable(std::span<const RegcovRange> ranges) {
   }
   terms_.resize(total);
   powers_.resize(static_cast<std::size_t>(maxnp) + 1);
+  partial_.resize(static_cast<std::size_t>(maxnp) + 1);
+  squares_.resize(32);
 
   // Factorials 0..2 maxnp, each the same running product as factorial(n).
   std::vector<double> fact(2 * static_cast<std::size_t>(maxnp) + 1);
@@ -207,7 +210,23 @@ void LegendreTable::evaluate(std::int32_t i, std::int32_t t, std::int32_t t_max,
   const std::int32_t np = npoly(i);
   if (np <= 0) return;
   const double x = to_unit_range(t, t_max, t_min);
-  for (std::int32_t p = 0; p <= np; ++p) powers_[static_cast<std::size_t>(p)] = power_extended(x, p);
+  // x^p for p = 0..np, each exactly as power_extended computes it: binary exponentiation
+  // multiplies the squares x^(2^k) into the result in rising k, so the unrounded result for p
+  // is that for p without its highest bit, times the square of that bit.
+  long double* partial = partial_.data();
+  long double* square = squares_.data();
+  partial[0] = 1.0L;
+  powers_[0] = 1.0;
+  square[0] = x;
+  std::int32_t high = 0;  // the highest bit of p
+  for (std::int32_t p = 1; p <= np; ++p) {
+    if (p == (std::int32_t{1} << (high + 1))) {
+      ++high;
+      square[high] = square[high - 1] * square[high - 1];
+    }
+    partial[p] = partial[p - (std::int32_t{1} << high)] * square[high];
+    powers_[static_cast<std::size_t>(p)] = static_cast<double>(partial[p]);
+  }
   const Term* term = &terms_[first_term(1, i)];
   for (std::int32_t order = 1; order <= np; ++order) {
     double sum = 0.0;
@@ -221,40 +240,73 @@ void LegendreTable::evaluate(std::int32_t i, std::int32_t t, std::int32_t t_max,
 
 // ---- Record loop ----------------------------------------------------------------------------
 
-RegcovRecords::RegcovRecords(std::vector<RegcovRange> ranges)
-    : ranges_(std::move(ranges)), table_(ranges_), x_(split_capacity) {
+RegcovRecords::RegcovRecords(std::vector<RegcovRange> ranges, bool memo)
+    : ranges_(std::move(ranges)), table_(ranges_), x_(max_record_items) {
   std::size_t ncov = 0;
+  std::size_t columns = max_record_items;  // the columns after the last position
+  std::int32_t previous = 0;
   for (const RegcovRange& r : ranges_) {
     cov_start_.push_back(ncov);
     ncov += static_cast<std::size_t>(std::max(r.npoly, 0));
     max_pos_ = std::max(max_pos_, r.pos);
+    if (r.pos > previous) columns += static_cast<std::size_t>(r.pos - previous);
+    previous = r.pos;
   }
   cov_.assign(ncov, 0.0);
   last_pos_ = ranges_.empty() ? 0 : ranges_.back().pos;
-  rec_int_.assign(split_capacity + 1, 0);
-  is_int_.assign(split_capacity + 1, 0);
-}
+  rec_int_.assign(max_record_items + 1, 0);
+  is_int_.assign(max_record_items + 1, 0);
+  // A column is at most " -" and 39 digits and 6 more; a covariate at most f05_max_chars; one
+  // line end per range and per 100 covariates, and one more.
+  bound_ = columns * 48 + ncov * f05_max_chars + ncov / 100 + ranges_.size() + 8;
 
-void RegcovRecords::write_column(std::int32_t c, std::string& text) const {
-  const std::size_t k = static_cast<std::size_t>(c);
-  if (is_int_[k]) {
-    append_i0(text, rec_int_[k]);
-  } else {
-    append_f05(text, x_[k - 1]);
+  cov_text_.resize(ranges_.size());
+  text_.resize(ncov * f05_max_chars + ncov / 100 + 1);
+  memo_.resize(ranges_.size());
+  for (std::size_t i = 0; i < ranges_.size(); ++i) {
+    const RegcovRange& r = ranges_[i];
+    const std::int64_t width = static_cast<std::int64_t>(r.range_max) - r.range_min + 1;
+    Memo& mm = memo_[i];
+    mm.enabled = memo && r.npoly > 0 && width >= 1 && width <= (std::int64_t{1} << 20);
+    if (mm.enabled) {
+      mm.min = r.range_min;
+      mm.offset.assign(static_cast<std::size_t>(width), UINT32_MAX);
+      mm.length.assign(static_cast<std::size_t>(width), 0);
+    }
   }
 }
 
-void RegcovRecords::write_covariates(std::int32_t i, bool end_line, std::string& text) const {
-  const std::size_t start = cov_start_[static_cast<std::size_t>(i - 1)];
+char* RegcovRecords::format_covariates(std::int32_t i, char* p) const {
+  const double* cov = cov_.data() + cov_start_[static_cast<std::size_t>(i - 1)];
   const std::int32_t np = std::max(ranges_[static_cast<std::size_t>(i - 1)].npoly, 0);
   for (std::int32_t j = 1; j <= np; ++j) {
-    if (j > 1 && (j - 1) % 100 == 0) text.push_back('\n');  // the format holds 100 values a line
-    append_f05(text, cov_[start + static_cast<std::size_t>(j - 1)]);
+    if (j > 1 && (j - 1) % 100 == 0) *p++ = '\n';  // the format holds 100 values a line
+    p = put_f05(p, cov[j - 1]);
   }
-  if (end_line) text.push_back('\n');
+  return p;
+}
+
+char* RegcovRecords::write_column(std::int32_t c, char* p) const {
+  const std::size_t k = static_cast<std::size_t>(c);
+  return is_int_[k] ? put_i0(p, rec_int_[k]) : put_f05(p, static_cast<double>(x_[k - 1]));
+}
+
+char* RegcovRecords::write_covariates(std::int32_t i, bool end_line, char* p) const {
+  const CovText& ct = cov_text_[static_cast<std::size_t>(i - 1)];
+  const char* src = ct.in_memo ? memo_[static_cast<std::size_t>(i - 1)].text.data() : text_.data();
+  std::memcpy(p, src + ct.offset, ct.length);
+  p += ct.length;
+  if (end_line) *p++ = '\n';
+  return p;
 }
 
 void RegcovRecords::record(std::string_view line, std::string& text) {
+  scratch_.resize(bound_);
+  char* end = record_into(line, scratch_.data());
+  text.append(scratch_.data(), end);
+}
+
+char* RegcovRecords::record_into(std::string_view line, char* p) {
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
   if (line.size() > record_length) line = line.substr(0, record_length);
 
@@ -271,60 +323,86 @@ void RegcovRecords::record(std::string_view line, std::string& text) {
   }
   ++records_;
 
-  std::fill(cov_.begin(), cov_.end(), 0.0);
+  // The covariates of each range, as written text.
+  constexpr std::size_t memo_limit = std::size_t{64} << 20;
   const std::int32_t n = static_cast<std::int32_t>(ranges_.size());
+  std::size_t text_used = 0;
   for (std::int32_t i = 1; i <= n; ++i) {
-    const RegcovRange& r = ranges_[static_cast<std::size_t>(i - 1)];
+    const std::size_t ii = static_cast<std::size_t>(i - 1);
+    const RegcovRange& r = ranges_[ii];
     const std::int32_t v = rec_int_[static_cast<std::size_t>(r.pos)];
     const std::int32_t t = v > r.range_max ? r.range_max : std::max(v, r.range_min);
-    table_.evaluate(i, t, r.range_max, r.range_min,
-                    std::span<double>(cov_).subspan(cov_start_[static_cast<std::size_t>(i - 1)]));
+    CovText& ct = cov_text_[ii];
+    Memo& mm = memo_[ii];
+    const std::size_t slot = mm.enabled ? static_cast<std::size_t>(t - mm.min) : 0;
+    if (mm.enabled && mm.offset[slot] != UINT32_MAX) {
+      ct = CovText{true, mm.offset[slot], mm.length[slot]};
+      continue;
+    }
+    double* cov = cov_.data() + cov_start_[ii];
+    std::fill(cov, cov + std::max(r.npoly, 0), 0.0);
+    table_.evaluate(i, t, r.range_max, r.range_min, std::span<double>(cov_).subspan(cov_start_[ii]));
+    char* start = text_.data() + text_used;
+    const std::size_t length = static_cast<std::size_t>(format_covariates(i, start) - start);
+    if (mm.enabled && mm.text.size() + length <= memo_limit) {
+      const std::size_t offset = mm.text.size();
+      mm.text.insert(mm.text.end(), start, start + length);
+      mm.offset[slot] = static_cast<std::uint32_t>(offset);
+      mm.length[slot] = static_cast<std::uint32_t>(length);
+      ct = CovText{true, offset, length};
+    } else {
+      ct = CovText{false, text_used, length};
+      text_used += length;
+    }
   }
 
   std::int32_t written = 0;
   std::int32_t previous = 0;
   for (std::int32_t i = 1; i <= n; ++i) {
-    const std::int32_t p = ranges_[static_cast<std::size_t>(i - 1)].pos;
-    for (std::int32_t c = previous + 1; c <= p; ++c) {
-      write_column(c, text);
+    const std::int32_t pos = ranges_[static_cast<std::size_t>(i - 1)].pos;
+    for (std::int32_t c = previous + 1; c <= pos; ++c) {
+      p = write_column(c, p);
       ++written;
     }
-    previous = p;
+    previous = pos;
     if (m <= 1) {
-      write_covariates(i, true, text);
+      p = write_covariates(i, true, p);
     } else if (written >= m) {
-      write_covariates(i, true, text);
-      return;
+      return write_covariates(i, true, p);
     } else {
-      write_covariates(i, false, text);
+      p = write_covariates(i, false, p);
     }
   }
   if (m > 1 && written < m) {
-    for (std::int32_t c = last_pos_ + 1; c <= m - 1; ++c) write_column(c, text);
-    write_column(m, text);
-    text.push_back('\n');
+    for (std::int32_t c = last_pos_ + 1; c <= m - 1; ++c) p = write_column(c, p);
+    p = write_column(m, p);
+    *p++ = '\n';
   }
+  return p;
 }
 
 std::int64_t RegcovRecords::run(std::istream& in, std::ostream& out) {
   LineReader reader(in, record_length + 1);
-  std::string text;
-  text.reserve(1 << 17);
+  constexpr std::size_t flush_at = std::size_t{1} << 16;
+  std::vector<char> block(flush_at + bound_);
+  char* const start = block.data();
+  char* p = start;
+  auto flush = [&] {
+    out.write(start, static_cast<std::streamsize>(p - start));
+    p = start;
+  };
   std::string_view line;
   try {
     while (reader.next(line)) {
-      record(line, text);
-      if (text.size() >= (1 << 16)) {
-        out.write(text.data(), static_cast<std::streamsize>(text.size()));
-        text.clear();
-      }
+      p = record_into(line, p);
+      if (static_cast<std::size_t>(p - start) >= flush_at) flush();
     }
   } catch (...) {
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+    flush();
     out.flush();
     throw;
   }
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  flush();
   out.flush();
   return records_;
 }

@@ -90,14 +90,20 @@ class LegendreTable {
   std::vector<std::size_t> range_start_;  // first term of order 0 of each range
   std::vector<Term> terms_;               // per range, per order j: terms k = 0..j/2
   mutable std::vector<double> powers_;    // scratch: x^p for p = 0..maxnp
+  mutable std::vector<long double> partial_, squares_;
   std::size_t first_term(std::int32_t j, std::int32_t i) const;
 };
 
 // The record loop of one run. Holds the table and the per-record buffers; memory does not grow
 // with the number of records.
+//
+// The covariates of a range depend only on the clamped integer value, so their written text is
+// kept per range and value once it has been made (when the range has at most 2^20 values and
+// the kept text stays below 64 MB per range); records with a value seen before copy it.
+// `memo` = false turns that off (the bytes written are the same either way).
 class RegcovRecords {
  public:
-  explicit RegcovRecords(std::vector<RegcovRange> ranges);
+  explicit RegcovRecords(std::vector<RegcovRange> ranges, bool memo = true);
 
   // Handles one data line (without its line end): appends the output lines to `text`. A line
   // with fewer items than a position stops the run (mmekit::Stop) and appends nothing.
@@ -119,9 +125,30 @@ class RegcovRecords {
   std::vector<unsigned char> is_int_; // column written as an integer
   std::vector<double> cov_;           // covariates of all ranges
   std::vector<std::size_t> cov_start_;
+  // The written covariates of each range for the current record: in the range's memo or in
+  // text_ (offset, length).
+  struct CovText {
+    bool in_memo = false;
+    std::size_t offset = 0, length = 0;
+  };
+  std::vector<CovText> cov_text_;
+  std::vector<char> text_;
+  struct Memo {
+    bool enabled = false;
+    std::int64_t min = 0;
+    std::vector<std::uint32_t> offset;  // per value; UINT32_MAX: not made yet
+    std::vector<std::uint32_t> length;
+    std::vector<char> text;
+  };
+  std::vector<Memo> memo_;
   std::int64_t records_ = 0;
-  void write_column(std::int32_t c, std::string& text) const;
-  void write_covariates(std::int32_t i, bool end_line, std::string& text) const;
+  std::size_t bound_ = 0;  // most characters one record can write
+  std::vector<char> scratch_;
+  // Handles one line, writing its output at `p`, which has room for bound_ characters.
+  char* record_into(std::string_view line, char* p);
+  char* write_column(std::int32_t c, char* p) const;
+  char* format_covariates(std::int32_t i, char* p) const;
+  char* write_covariates(std::int32_t i, bool end_line, char* p) const;
 };
 
 // The answers of the dialogue.

@@ -64,20 +64,30 @@ namespace {
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // The 12-character fixed-point field of an item. Plain decimals ([-]digits[.digits]) are
-// decoded here, correctly rounded to float; everything else (exponents, commas, signs "+",
-// odd characters) goes through the general field reader, which gives the same value on plain
-// decimals.
+// decoded here, correctly rounded to float: when the digits form an integer below 2^24 and at
+// most 10 of them follow the point, both that integer and the power of ten are exact floats and
+// one division rounds correctly; other plain decimals go through from_chars. Everything else
+// (exponents, commas, "+", odd characters) goes through the general field reader, which gives
+// the same value on plain decimals.
 float decode_field(std::string_view item) {
-  std::string_view f = item.substr(0, std::min<std::size_t>(item.size(), 12));
-  std::size_t len = f.size();
+  static constexpr float powers_of_ten[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f,
+                                            1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+  const std::size_t width = std::min<std::size_t>(item.size(), 12);
+  const char* f = item.data();
+  std::size_t len = width;
   while (len > 0 && f[len - 1] == ' ') --len;
   std::size_t i = 0;
-  if (len > 0 && f[0] == '-') i = 1;
+  const bool negative = len > 0 && f[0] == '-';
+  if (negative) i = 1;
+  std::uint64_t w = 0;
+  int decimals = 0;
   bool digits = false, point = false, plain = len > 0;
   for (std::size_t k = i; k < len; ++k) {
-    char c = f[k];
+    const char c = f[k];
     if (is_digit(c)) {
       digits = true;
+      w = w * 10 + static_cast<std::uint64_t>(c - '0');  // at most 12 digits: no overflow
+      if (point) ++decimals;
     } else if (c == '.' && !point) {
       point = true;
     } else {
@@ -86,12 +96,17 @@ float decode_field(std::string_view item) {
     }
   }
   if (plain && digits) {
+    if (w < (std::uint64_t{1} << 24) && decimals <= 10) {
+      float v = static_cast<float>(w);
+      if (decimals > 0) v /= powers_of_ten[decimals];
+      return negative ? -v : v;
+    }
     float v = 0.0f;
-    auto r = std::from_chars(f.data(), f.data() + len, v, std::chars_format::fixed);
-    if (r.ec == std::errc() && r.ptr == f.data() + len) return v;
+    auto r = std::from_chars(f, f + len, v, std::chars_format::fixed);
+    if (r.ec == std::errc() && r.ptr == f + len) return v;
   }
   float v = 0.0f;
-  if (!read_fixed(f, v, 12)) return 0.0f;
+  if (!read_fixed(item.substr(0, width), v, 12)) return 0.0f;
   return v;
 }
 
