@@ -119,8 +119,6 @@ class QuotientOrdering {
 
     wflg_ = 2;
     I nel = 0;
-    std::vector<I> lme;
-    lme.reserve(static_cast<std::size_t>(n));
     while (nel < nactive) {
       // Pivot of least degree.
       while (mindeg_ < nbuckets_ && head_[mindeg_] < 0) ++mindeg_;
@@ -132,26 +130,14 @@ class QuotientOrdering {
       for (I m = me; m >= 0; m = chain_next_[m]) order.push_back(m);
       nv_[me] = -nvpiv;
 
-      // Form the new element Lme in fresh space.
+      // Form the new element Lme: in place when the pivot has no elements (its variable list
+      // only shrinks), else in fresh space at the end of the pool.
       const I elenme = elen_[me];
-      std::int64_t need = len_[me];
-      for (I k = 0; k < elenme; ++k) need += len_[iw_[pe_[me] + k]];
-      reserve(need);
-      const std::int64_t start = pfree_;
-      std::int64_t pme = start;
       std::int64_t degme = 0;
-      for (I k = 0; k <= elenme; ++k) {
-        std::int64_t a, b;
-        I e = me;
-        if (k < elenme) {
-          e = iw_[pe_[me] + k];
-          a = pe_[e];
-          b = a + len_[e];
-        } else {
-          a = pe_[me] + elenme;
-          b = pe_[me] + len_[me];
-        }
-        for (std::int64_t q = a; q < b; ++q) {
+      std::int64_t start, pme;
+      if (elenme == 0) {
+        start = pme = pe_[me];
+        for (std::int64_t q = pe_[me]; q < pe_[me] + len_[me]; ++q) {
           I i = iw_[q];
           if (st_[i] != kVar || nv_[i] <= 0) continue;
           degme += nv_[i];
@@ -159,25 +145,52 @@ class QuotientOrdering {
           iw_[pme++] = i;
           remove(i);
         }
-        if (e != me) {
-          st_[e] = kGone;  // absorbed into me
-          len_[e] = 0;
-          w_[e] = 0;
+      } else {
+        std::int64_t need = len_[me];
+        for (I k = 0; k < elenme; ++k) need += len_[iw_[pe_[me] + k]];
+        reserve(need);
+        start = pme = pfree_;
+        for (I k = 0; k <= elenme; ++k) {
+          std::int64_t a, b;
+          I e = me;
+          if (k < elenme) {
+            e = iw_[pe_[me] + k];
+            a = pe_[e];
+            b = a + len_[e];
+          } else {
+            a = pe_[me] + elenme;
+            b = pe_[me] + len_[me];
+          }
+          for (std::int64_t q = a; q < b; ++q) {
+            I i = iw_[q];
+            if (st_[i] != kVar || nv_[i] <= 0) continue;
+            degme += nv_[i];
+            nv_[i] = -nv_[i];
+            iw_[pme++] = i;
+            remove(i);
+          }
+          if (e != me) {
+            st_[e] = kGone;  // absorbed into me
+            len_[e] = 0;
+            w_[e] = 0;
+          }
         }
+        pfree_ = pme;
       }
-      pfree_ = pme;
       pe_[me] = start;
       len_[me] = static_cast<I>(pme - start);
       elen_[me] = -1;
       st_[me] = kElem;
-      lme.assign(iw_.begin() + start, iw_.begin() + pme);
+      // Lme is iw_[start, pme); nothing below moves the pool until the next pivot.
+      const std::int64_t lme_begin = start, lme_end = pme;
 
       // |Le \ Lme| for every element touching Lme, kept in w as wflg + size.
       if (wflg_ > (std::int64_t{1} << 60)) {
         std::fill(w_.begin(), w_.end(), 0);
         wflg_ = 2;
       }
-      for (I i : lme) {
+      for (std::int64_t t = lme_begin; t < lme_end; ++t) {
+        const I i = iw_[t];
         const std::int64_t nvi = -nv_[i];
         for (std::int64_t q = pe_[i]; q < pe_[i] + elen_[i]; ++q) {
           I e = iw_[q];
@@ -190,7 +203,8 @@ class QuotientOrdering {
       // Degree bounds, pruning, aggressive absorption, mass elimination, hashing.
       std::vector<I>& hashed = hashed_;
       hashed.clear();
-      for (I i : lme) {
+      for (std::int64_t t = lme_begin; t < lme_end; ++t) {
+        const I i = iw_[t];
         const std::int64_t s = pe_[i];
         const I nel_i = elen_[i];
         std::int64_t q = s;
@@ -280,8 +294,9 @@ class QuotientOrdering {
 
       // Final degrees and the buckets; Lme keeps its live members only.
       const std::int64_t nleft = static_cast<std::int64_t>(nactive) - nel;
-      std::int64_t q = pe_[me];
-      for (I i : lme) {
+      std::int64_t q = lme_begin;
+      for (std::int64_t t = lme_begin; t < lme_end; ++t) {
+        const I i = iw_[t];
         if (nv_[i] >= 0) continue;
         const std::int64_t nvi = -nv_[i];
         iw_[q++] = i;
