@@ -197,11 +197,9 @@ void check_positive_definite(const densem& a, std::string_view text, bool& not_p
   const std::int64_t n = a.order();
   not_positive = false;
   if (n == 0) return;
-  Array1<double> values;
-  densem vectors;
-  // Only the values are needed, but the shared routine is cheap next to what callers do.
+  // Values only; the solver works on a copy.
+  Array1<double> values(n);
   densem work = a;
-  values.resize(n);
   const blas_int nn = to_blas<double>(n);
   double query = 0;
   blas::syev('N', 'U', nn, work.data(), nn, values.data(), &query, -1);
