@@ -1,12 +1,12 @@
 #include "records/db_hash.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <limits>
-#include <sstream>
 #include <vector>
 
 #include "records/sortmat.hpp"
@@ -39,10 +39,13 @@ std::string trimmed(const std::string& s) {
   return end == std::string::npos ? std::string() : s.substr(0, end + 1);
 }
 
+// The field of that name (compared as 8 blank-padded characters), 0 when there is none.
 std::int32_t find_field(const db_hash& db, std::string_view name) {
-  const std::string p = pad_name(name);
+  name = name.substr(0, static_cast<std::size_t>(db_hash_name_length));
   for (std::int32_t f = 1; f <= db.nfields; ++f) {
-    if (db.field_name[static_cast<std::size_t>(f - 1)] == p) return f;
+    const std::string& n = db.field_name[static_cast<std::size_t>(f - 1)];
+    if (n.size() < name.size() || n.compare(0, name.size(), name) != 0) continue;
+    if (n.find_first_not_of(' ', name.size()) == std::string::npos) return f;
   }
   return 0;
 }
@@ -78,10 +81,18 @@ bool slot_empty(const db_hash& db, std::int32_t slot, std::int32_t nk) {
 
 bool current_valid(const db_hash& db) { return db.current >= 1 && db.current <= db.size; }
 
-// The key words of a lookup: the given words, cut or filled with zeros to the index length.
-std::vector<std::int32_t> key_buffer(const db_hash& db, std::span<const std::int32_t> key) {
-  std::vector<std::int32_t> k(static_cast<std::size_t>(key_words(db)), 0);
-  std::copy_n(key.begin(), std::min(key.size(), k.size()), k.begin());
+// The key words of a lookup: the given words, cut or filled with zeros to the index length
+// (at most 10 words, checked when the layout is fixed).
+struct KeyBuffer {
+  std::array<std::int32_t, db_hash_max_key_words> w{};
+  std::int32_t n = 0;
+  std::span<const std::int32_t> span() const { return {w.data(), static_cast<std::size_t>(n)}; }
+  bool all_zero() const { return std::all_of(w.begin(), w.begin() + n, [](std::int32_t x) { return x == 0; }); }
+};
+KeyBuffer key_buffer(const db_hash& db, std::span<const std::int32_t> key) {
+  KeyBuffer k;
+  k.n = std::min(key_words(db), db_hash_max_key_words);
+  std::copy_n(key.begin(), std::min(key.size(), static_cast<std::size_t>(k.n)), k.w.begin());
   return k;
 }
 
@@ -254,9 +265,8 @@ void close_db_hash(db_hash& db) { db = db_hash{}; }
 std::int32_t db_hash_locate(db_hash& db, std::span<const std::int32_t> key, std::int32_t mode) {
   require_entries(db);
   rehash_if_sorted(db);
-  const std::vector<std::int32_t> k = key_buffer(db, key);
-  const std::int32_t nk = static_cast<std::int32_t>(k.size());
-  return hash_prime_int(k.data(), nk, db.data.data(), db.size, db.words, mode, db.filled);
+  const KeyBuffer k = key_buffer(db, key);
+  return hash_prime_int(k.w.data(), k.n, db.data.data(), db.size, db.words, mode, db.filled);
 }
 
 bool find_key(db_hash& db, std::span<const std::int32_t> key) {
@@ -269,14 +279,12 @@ bool find_key_int(db_hash& db, std::int32_t key) { return find_key(db, std::span
 
 void add_key(db_hash& db, std::span<const std::int32_t> key) {
   require_entries(db);
-  const std::vector<std::int32_t> k = key_buffer(db, key);
-  if (std::all_of(k.begin(), k.end(), [](std::int32_t w) { return w == 0; })) {
-    stop("db_hash: a key whose words are all 0 cannot be stored");
-  }
-  db.current = db_hash_locate(db, k, 1);
+  const KeyBuffer k = key_buffer(db, key);
+  if (k.all_zero()) stop("db_hash: a key whose words are all 0 cannot be stored");
+  db.current = db_hash_locate(db, k.span(), 1);
   if (static_cast<float>(db.filled) > static_cast<float>(db.size) * 0.7f) {
     expand_db_hash(db);
-    db.current = db_hash_locate(db, k, 0);
+    db.current = db_hash_locate(db, k.span(), 0);
   }
 }
 
@@ -521,11 +529,22 @@ void write_data(db_hash& db, const std::string& file, std::optional<std::string_
   std::ofstream os(file);
   if (!os) stop(free_format("db_hash: cannot open file ", file));
   os << fformat("(8i10)", db.filled);
-  const Format rec("(6i12)");
+  // Each record by (6i12): six right-aligned values of 12 characters to a line. An i4 takes
+  // at most 11 characters, so the field never overflows; written directly, as a table can be
+  // large and this is the path of every expansion.
+  std::string buf;
   for (std::int32_t s = 1; s <= db.size; ++s) {
     if (slot_empty(db, s, nk)) continue;
     const std::int32_t* c = db.data.data() + static_cast<std::int64_t>(s - 1) * db.words;
-    os << rec.write(FormatList(std::span<const std::int32_t>(c, static_cast<std::size_t>(db.words))));
+    buf.clear();
+    for (std::int32_t i = 0; i < db.words; ++i) {
+      char num[16];
+      const auto r = std::to_chars(num, num + sizeof num, c[i]);
+      buf.append(static_cast<std::size_t>(12 - (r.ptr - num)), ' ');
+      buf.append(num, r.ptr);
+      if (i % 6 == 5 || i == db.words - 1) buf += '\n';
+    }
+    os << buf;
   }
   if (!os) stop(free_format("db_hash: cannot write file ", file));
 }
@@ -573,14 +592,22 @@ void read_data(db_hash& db, const std::string& file, std::optional<std::string_v
       bool ok = true;
       while (ok && got < rec.size()) {
         if (!std::getline(text, line)) { ok = false; break; }
-        std::istringstream ls(line);
-        long long v;
-        while (got < rec.size() && ls >> v) {
-          if (!fits_i4(v)) { ok = false; break; }
-          rec[got++] = static_cast<std::int32_t>(v);
+        // Values separated by blanks; something that is not an i4 ends the reading, and the
+        // count check reports it.
+        const char* p = line.data();
+        const char* end = p + line.size();
+        for (;;) {
+          while (p < end && (*p == ' ' || *p == '\r' || *p == '\t')) ++p;
+          if (p == end || got == rec.size()) break;
+          std::int32_t v;
+          const auto r = std::from_chars(p, end, v);
+          if (r.ec != std::errc() || (r.ptr < end && *r.ptr != ' ' && *r.ptr != '\r' && *r.ptr != '\t')) {
+            ok = false;
+            break;
+          }
+          rec[got++] = v;
+          p = r.ptr;
         }
-        // Something that is not a number ends the reading; the count check reports it.
-        if (got < rec.size() && !ls.eof()) ok = false;
       }
       if (!ok) break;
     }
