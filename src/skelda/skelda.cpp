@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <limits>
 #include <sstream>
+#include <vector>
 
+#include "support/free_format.hpp"
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
@@ -236,6 +238,81 @@ void skelda_print_status(std::string_view text, std::int32_t status) {
   out() << "ERROR: " << text << (text.empty() ? "" : " ") << skelda_status_text(status) << '\n';
 }
 
+void skelda_statistics() {
+  SkeldaState& s = skelda_state;
+  std::ostream& o = out();
+  auto line = [&](const char* label, auto... values) { o << label << free_format(values...) << '\n'; };
+  auto text = [&](const char* label, const char* value) { o << label << ' ' << value << '\n'; };
+  o << " SKELDA: Supernodal MME Solver  Version" << free_format("0.9.70") << '\n';
+  o << std::string(62, '-') << '\n';
+  if (s.stage() < 2) {
+    o << "  No sparse matrix is given.\n";
+    return;
+  }
+  auto pick = [](std::int64_t v, std::initializer_list<std::pair<std::int64_t, const char*>> names) {
+    for (const auto& [k, name] : names)
+      if (k == v) return name;
+    return "Unknown";
+  };
+  o << " Original MME:\n";
+  line("   No. of Equations                =", s.iparm(kN));
+  line("   No. of Nonzeros                 =", s.iparm(kNnz));
+  text("   Ordering Method                 =",
+       pick(s.iparm(kOrderingUsed), {{0, "METIS"}, {1, "AMD"}, {2, "QAMD"}, {3, "AMF"}, {4, "MMD"}, {9, "User"}}));
+  text("   Factor Type                     =", pick(s.iparm(kFactorType), {{1, "Cholesky"}, {2, "LDL"}}));
+  text("   Algorithm for Factorization     =",
+       pick(s.iparm(kFactAlgorithm), {{2, "SN LL"}, {3, "SN MF"}, {4, "SN MF w/OpenMP"}}));
+  text("   Algorithm for Inversion         =",
+       pick(s.iparm(kInvAlgorithm), {{2, "SELINV"}, {3, "INVMF"}, {4, "INVMF w/OpenMP"}}));
+  o << " Supernodes (SNs):\n";
+  const std::int64_t nsn = s.iparm(kNsn);
+  line("   No. of SNs.                     =", nsn);
+  if (s.xsuper && nsn >= 1 && s.xsuper->size() >= nsn + 1) {
+    std::vector<std::int64_t> width(static_cast<std::size_t>(nsn));
+    for (std::int64_t k = 1; k <= nsn; ++k) width[k - 1] = (*s.xsuper)(k + 1) - (*s.xsuper)(k);
+    const std::int64_t last = width.back();
+    std::sort(width.begin(), width.end());
+    // The most frequent width; the smallest among equally frequent ones (the scan is ascending).
+    std::int64_t mode = width[0], best = 0;
+    for (std::size_t a = 0; a < width.size();) {
+      std::size_t b = a;
+      while (b < width.size() && width[b] == width[a]) ++b;
+      if (static_cast<std::int64_t>(b - a) > best) {
+        best = static_cast<std::int64_t>(b - a);
+        mode = width[a];
+      }
+      a = b;
+    }
+    line("   No. of Cols. in the Last SN.    =", last);
+    line("   Frequent No. of Cols.           =", mode);
+    line("   Its Count                       =", best);
+    line("   Its Ratio (%)                   =", static_cast<double>(best) * 100.0 / static_cast<double>(nsn));
+  }
+  line("   Threshold of split              =", s.iparm(kSplitThreshold));
+  o << " Factor (L):\n";
+  line("   User-defined constraint         =", s.iparm(kConstraintsGiven));
+  line("   Rank                            =", s.iparm(kRank));
+  line("   No. of Constraints              =", s.iparm(kN) - s.iparm(kRank));
+  line("   Panel Size                      =", s.iparm(kPanelSize));
+  line("   Tolerances for Kachman mod.     =", s.rparm(10), s.rparm(11));
+  line("   Detect the panel size (1:YES)   =", s.iparm(kDetectPanel));
+  const double mb = 1.0 / 1048576.0;
+  o << " Memory:\n";
+  line("   No. of effective entries in L   =", s.iparm(kLnzEffective));
+  line("   No. of allocated entries in L   =", s.iparm(kLnzAllocated));
+  line("   Storage for L              (MB) =", static_cast<double>(s.iparm(kLnzAllocated)) * 8.0 * mb);
+  line("   Storage for integer arrays (MB) =",
+       static_cast<double>(3 * s.iparm(kN) + 3 * s.iparm(kNsn) + 3 + s.iparm(kLindxSize)) * 4.0 * mb);
+  line("   Temp. Mem. for FACT.       (MB) =", static_cast<double>(s.iparm(kTempFact)) * 8.0 * mb);
+  line("   Temp. Mem. for INV.        (MB) =", static_cast<double>(s.iparm(kTempInv)) * 8.0 * mb);
+  o << " CPU & System Time for the last Call:\n";
+  line("   Ordering                  (sec) =", s.rparm(51), s.rparm(52));
+  line("   Symbolic Fact.            (sec) =", s.rparm(53), s.rparm(54));
+  line("   Numerical Fact.           (sec) =", s.rparm(55), s.rparm(56));
+  line("   Sparse Inversion          (sec) =", s.rparm(59), s.rparm(60));
+  line("   Solution                  (sec) =", s.rparm(57), s.rparm(58));
+}
+
 void skelda_progress(std::string_view text, std::int32_t verbose) {
   if (abs_verbose(verbose) >= 3) out() << " SKELDATASK: " << text << '\n';
 }
@@ -464,7 +541,7 @@ void skeldatask(std::int32_t task, const SkeldaArgs& args) {
       return;
     }
     case 80:
-      st = run_step(skelda_steps().statistics, task, args, verbose);
+      skelda_statistics();
       break;
     default:  // 71 to 75: saved states and state files
       st = run_step(skelda_steps().state_file, task, args, verbose);

@@ -8,9 +8,9 @@
 //   std::int32_t st = 0, verbose = 2;
 //   skeldatask(10, {.neq = &n, .ia = &ia, .ja = &ja, .verbose = &verbose, .status = &st});
 //
-// Tasks 0 to 7, 10, 11 and 12 are complete here. The steps of the later tasks (symbolic and
-// numerical factorisation, solution, determinants, sparse inversion, state objects and files,
-// statistics, multiplications) are entries of the step table `skelda_steps()`; until a step is
+// Tasks 0 to 7, 10, 11, 12 and 80 are complete here. The steps of the later tasks (symbolic
+// and numerical factorisation, solution, determinants, sparse inversion, state objects and
+// files, multiplications) are entries of the step table `skelda_steps()`; until a step is
 // installed there, a task that needs it ends with status `kSkeldaStepMissing`, whose text is
 // the unknown-error line.
 #pragma once
@@ -115,7 +115,6 @@ struct SkeldaSteps {
   SkeldaStep spinv;       // task 61
   SkeldaStep mulinv;      // task 90
   SkeldaStep mulfac;      // task 100
-  SkeldaStep statistics;  // task 80
   SkeldaStep state_file;  // tasks 71 to 75 (saved-state objects and state files)
 };
 SkeldaSteps& skelda_steps();
@@ -143,6 +142,9 @@ void skelda_report(std::int32_t status, std::int32_t verbose, std::string_view l
 
 // "ERROR: " and the text of the status, for programs that want it without the label logic.
 void skelda_print_status(std::string_view text, std::int32_t status);
+
+// The statistics of the state (task 80), printed line by line.
+void skelda_statistics();
 
 // The progress line before a step, shown at |verbose| >= 3.
 void skelda_progress(std::string_view text, std::int32_t verbose);

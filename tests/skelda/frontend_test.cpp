@@ -494,9 +494,97 @@ TEST_F(Skelda, MissingStepsAreReportedNotFaked) {
   EXPECT_EQ(skelda_state.stage(), 10);  // the ordering ran, the symbolic step is not there
   EXPECT_EQ(cap.text(), " SKELDATASK: [symfac] Unknown error --- please contact the author.\n");
   cap.clear();
-  skeldatask(80, {.verbose = &verbose, .status = &st});
+  skeldatask(72, {.verbose = &verbose, .status = &st});
   EXPECT_EQ(st, mmekit::kSkeldaStepMissing);
-  EXPECT_EQ(cap.text(), " SKELDATASK: [stat  ] Unknown error --- please contact the author.\n");
+  EXPECT_EQ(cap.text(), " SKELDATASK: [save  ] Unknown error --- please contact the author.\n");
+}
+
+TEST_F(Skelda, Statistics) {
+  mmekit::CaptureOutput cap;
+  skeldatask(80);
+  EXPECT_EQ(cap.text(), " SKELDA: Supernodal MME Solver  Version 0.9.70\n" + std::string(62, '-') +
+                            "\n  No sparse matrix is given.\n");
+  Pattern p = grid2d(3, 3);
+  std::int32_t n = p.n, st = -1;
+  skeldatask(10, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .status = &st});
+  ASSERT_EQ(st, 0);
+  // A supernode partition of widths 1 2 2 1 3: the most frequent widths are 1 and 2 (twice
+  // each), the smaller is shown.
+  auto& s = skelda_state;
+  s.xsuper.emplace(6);
+  const std::int32_t starts[6] = {1, 2, 4, 6, 7, 10};
+  for (int k = 0; k < 6; ++k) (*s.xsuper)(k + 1) = starts[k];
+  s.iparm(43) = 5;
+  s.iparm(44) = 131072;
+  s.iparm(46) = 10;
+  s.iparm(51) = 8;
+  s.iparm(54) = 30;
+  s.iparm(49) = 262144;
+  s.rparm(51) = 0.5;
+  s.rparm(52) = 0.25;
+  cap.clear();
+  skeldatask(80);
+  EXPECT_EQ(cap.text(),
+            " SKELDA: Supernodal MME Solver  Version 0.9.70\n" + std::string(62, '-') + "\n"
+            " Original MME:\n"
+            "   No. of Equations                = 9\n"
+            "   No. of Nonzeros                 = 21\n"
+            "   Ordering Method                 = AMD\n"
+            "   Factor Type                     = LDL\n"
+            "   Algorithm for Factorization     = SN LL\n"
+            "   Algorithm for Inversion         = INVMF\n"
+            " Supernodes (SNs):\n"
+            "   No. of SNs.                     = 5\n"
+            "   No. of Cols. in the Last SN.    = 3\n"
+            "   Frequent No. of Cols.           = 1\n"
+            "   Its Count                       = 2\n"
+            "   Its Ratio (%)                   = 40.0\n"
+            "   Threshold of split              = 2147483647\n"
+            " Factor (L):\n"
+            "   User-defined constraint         = 0\n"
+            "   Rank                            = 8\n"
+            "   No. of Constraints              = 1\n"
+            "   Panel Size                      = 256\n"
+            "   Tolerances for Kachman mod.     = 1.000000013351432E-10 1.000000013351432E-10\n"
+            "   Detect the panel size (1:YES)   = 0\n"
+            " Memory:\n"
+            "   No. of effective entries in L   = 30\n"
+            "   No. of allocated entries in L   = 131072\n"
+            "   Storage for L              (MB) = 1.0\n"
+            "   Storage for integer arrays (MB) = 0.000209808349609375\n"  // (27+15+3+10)*4/2^20
+            "   Temp. Mem. for FACT.       (MB) = 2.0\n"
+            "   Temp. Mem. for INV.        (MB) = 0.0\n"
+            " CPU & System Time for the last Call:\n"
+            "   Ordering                  (sec) = 0.5 0.25\n"
+            "   Symbolic Fact.            (sec) = 0.0 0.0\n"
+            "   Numerical Fact.           (sec) = 0.0 0.0\n"
+            "   Sparse Inversion          (sec) = 0.0 0.0\n"
+            "   Solution                  (sec) = 0.0 0.0\n");
+  // The names of the other methods, factor types and algorithms, and the unknown ones.
+  const std::vector<std::pair<std::int64_t, std::string>> names = {
+      {0, "= METIS"}, {2, "= QAMD"}, {3, "= AMF"}, {4, "= MMD"}, {9, "= User"}, {8, "= Unknown"}};
+  for (const auto& [m, name] : names) {
+    s.iparm(48) = m;
+    cap.clear();
+    skeldatask(80);
+    EXPECT_NE(cap.text().find("   Ordering Method                 " + name + "\n"), std::string::npos);
+  }
+  s.iparm(19) = 1;
+  s.iparm(20) = 4;
+  s.iparm(21) = 2;
+  cap.clear();
+  skeldatask(80);
+  EXPECT_NE(cap.text().find("Factor Type                     = Cholesky\n"), std::string::npos);
+  EXPECT_NE(cap.text().find("Factorization     = SN MF w/OpenMP\n"), std::string::npos);
+  EXPECT_NE(cap.text().find("Inversion         = SELINV\n"), std::string::npos);
+  s.iparm(19) = 7;
+  s.iparm(20) = 3;
+  s.iparm(21) = 4;
+  cap.clear();
+  skeldatask(80);
+  EXPECT_NE(cap.text().find("Factor Type                     = Unknown\n"), std::string::npos);
+  EXPECT_NE(cap.text().find("Factorization     = SN MF\n"), std::string::npos);
+  EXPECT_NE(cap.text().find("Inversion         = INVMF w/OpenMP\n"), std::string::npos);
 }
 
 TEST_F(Skelda, ChainRunsTheStepsAndTheNewMatrixRule) {
