@@ -181,7 +181,7 @@ float GENUNF(float low, float high) {
 std::int32_t IGNUIN(std::int32_t low, std::int32_t high) {
   constexpr std::int32_t maxnum = 2147483561;
   const std::string tail = "\n" + free_format(" LOW: ", low, " HIGH: ", high) + "\n Abort on Fatal ERROR";
-  if (low > high) stop(" LOW > HIGH in IGNUIN" + tail);
+  if (low > high) stop("LOW > HIGH in IGNUIN" + tail);
   if (static_cast<std::int64_t>(high) - low > maxnum) stop(" ( HIGH - LOW ) > 2,147,483,561 in IGNUIN" + tail);
   if (low == high) return low;
   const std::int32_t r = high - low + 1;

@@ -291,7 +291,7 @@ TEST_F(Random, FailureMessages) {
   EXPECT_NE(stop_text([] { MLTMOD(0, 1, 7); }).find(" A =  0  S =  1  M =  7"), std::string::npos);
   EXPECT_EQ(stop_text([] { GENUNF(2.0f, 1.5f); }),
             " LOW > HIGH in GENUNF: LOW  2.0  HIGH:  1.5 Abort\nLOW > High in GENUNF - Abort\n");
-  EXPECT_EQ(stop_text([] { IGNUIN(3, 2); }), " LOW > HIGH in IGNUIN\n  LOW:  3  HIGH:  2\n Abort on Fatal ERROR\n");
+  EXPECT_EQ(stop_text([] { IGNUIN(3, 2); }), "LOW > HIGH in IGNUIN\n  LOW:  3  HIGH:  2\n Abort on Fatal ERROR\n");
   EXPECT_EQ(stop_text([] { IGNUIN(-1073741824, 1073741738); }),
             " ( HIGH - LOW ) > 2,147,483,561 in IGNUIN\n  LOW:  -1073741824  HIGH:  1073741738\n"
             " Abort on Fatal ERROR\n");
