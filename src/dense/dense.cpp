@@ -134,7 +134,9 @@ void unpack_symm(const dense_symm_t<T>& packed, densem_t<T>& full) {
 template <class T>
 void pack_symm(const densem_t<T>& full, dense_symm_t<T>& packed) {
   const std::int64_t n = full.order();
-  packed.resize(n);
+  // A vector that already has this order keeps its length (elements past the triangle of a
+  // non-triangular length stay as they are).
+  if (packed.order() != n) packed.resize(n);
   std::int64_t pos = 1;
   for (std::int64_t i = 1; i <= n; ++i)
     for (std::int64_t j = i; j <= n; ++j, ++pos) packed(pos) = full(i, j);

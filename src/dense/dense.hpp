@@ -138,7 +138,7 @@ using dense_symm_r4 = dense_symm_t<float>;
 // Fills both triangles of `full` (resized to the order of `packed`).
 template <class T>
 void unpack_symm(const dense_symm_t<T>& packed, densem_t<T>& full);
-// Stores the upper triangle of `full` in `packed` (resized to the order of `full`).
+// Stores the upper triangle of `full` in `packed` (resized when its order is not that of `full`).
 template <class T>
 void pack_symm(const densem_t<T>& full, dense_symm_t<T>& packed);
 

@@ -113,6 +113,27 @@ TEST(DenseStorage, PackAndUnpack) {
   dense_symm back;
   pack_symm(f, back);
   EXPECT_EQ(back, p);
+  // A non-triangular length: the order is 2, the element past the triangle is kept.
+  dense_symm odd = dense_symm::from_length(4, 9.0);
+  ASSERT_EQ(odd.order(), 2);
+  odd(1) = 4;
+  odd(2) = 2;
+  odd(3) = 2;
+  std::int32_t rank = 0;
+  ginverse(odd, rank);
+  EXPECT_EQ(rank, 2);
+  EXPECT_EQ(odd.size(), 4);
+  EXPECT_EQ(odd(1), 0.5);
+  EXPECT_EQ(odd(2), -0.5);
+  EXPECT_EQ(odd(3), 1.0);
+  EXPECT_EQ(odd(4), 9.0);
+  // Empty matrices.
+  densem empty;
+  ginverse(empty, rank);
+  EXPECT_EQ(rank, 0);
+  dense_symm empty_p;
+  fact_chol(empty_p, rank);
+  EXPECT_EQ(rank, 0);
   dense_symm_r4 p4(2);
   p4(1) = 1.5f;
   p4(2) = -2.f;
