@@ -1003,6 +1003,10 @@ std::int64_t torvex_factor_cells(const std::int32_t* is) {
   return is && is[H_MAGIC] == magic_value && is[H_STAGE] >= S_SYMBOLIC ? is[H_END] : 0;
 }
 
+std::int64_t torvex_factor_nonzeros(const std::int32_t* is) {
+  return is && is[H_MAGIC] == magic_value && is[H_STAGE] >= S_SYMBOLIC ? is[H_NNZL] : 0;
+}
+
 std::int32_t torvex_rank(const std::int32_t* is) {
   return is && is[H_MAGIC] == magic_value ? is[H_RANK] : 0;
 }

@@ -104,6 +104,8 @@ void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, 
 
 // Cells the kernel needs for the factor of the matrix analysed in `is` (0 before option 20).
 std::int64_t torvex_factor_cells(const std::int32_t* is);
+// Nonzeros of the factor below the diagonal (0 before option 20).
+std::int64_t torvex_factor_nonzeros(const std::int32_t* is);
 // Rank found by the last numeric factorisation held in `is`.
 std::int32_t torvex_rank(const std::int32_t* is);
 
