@@ -13,10 +13,11 @@
 // "<NAME>: range outside the matrix".
 //
 // How the sparse kinds are read:
-// - BLOCK_HASHM and BLOCK_IJA read the source through its element access (getm_sparse_hashm,
-//   getm_sparse_ija), one search per element; absent elements are zero, and so, as in those
-//   routines, is a position below the diagonal of an upper-stored matrix. The hash member needs
-//   a matrix in hash order (status 1), as its element access does.
+// - BLOCK_HASHM and BLOCK_IJA give what the element access of the source gives
+//   (getm_sparse_hashm, getm_sparse_ija): absent elements are zero, and so, as in those
+//   routines, is a position below the diagonal of an upper-stored matrix. The hash member
+//   searches once per element and needs a matrix in hash order (status 1), as its element
+//   access does; the row-form member makes one pass over each block row.
 // - The trace, quadratic and block-trace forms treat an upper-stored matrix as the symmetric
 //   matrix it stands for: each off-diagonal element (i, j) counts also at (j, i). A full-stored
 //   hash matrix is refused by them ("... not yet implemented for full-stored matrix"). A

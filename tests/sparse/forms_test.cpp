@@ -147,6 +147,12 @@ TEST(FormsBlock, SparseBlocksThroughElementAccess) {
     }
   EXPECT_GT(below, 0);  // the block does cross the diagonal with nonzero elements
 
+  // A row that holds a column twice reads as its element access does: the first one counts.
+  const sparse_ija dup = ija_by_rows({{{1, 1.0}, {2, 5.0}, {2, 7.0}}, {{2, 3.0}}});
+  BLOCK_IJA(tu, dup, 1, 2, 1, 2);
+  EXPECT_EQ(tu, dense2(1.0, 5.0, 0.0, 3.0));
+  EXPECT_EQ(getm_sparse_ija(1, 2, dup), 5.0);
+
   // The hash member needs the table in hash order, as its element access does.
   sparse_hashm sorted;
   copy_sparse_hashm(sorted, s.h);
