@@ -211,11 +211,17 @@ void mmd_genmmd(std::int32_t n, Array1<std::int32_t>& xadj, Array1<std::int32_t>
       std::int32_t t = g.new_tag();
       g.marker[i] = t;
       std::int64_t d = 0;
-      for (std::int64_t k = g.pe[i]; k < g.pe[i] + g.len[i]; ++k) {
+      // An element whose members were all counted already (through elements or variables
+      // scanned before it) adds nothing for i: it leaves i's list. Coverage only grows as
+      // elements are absorbed into larger ones, so the union of i's list stays exact.
+      // The newest elements (the largest) sit at the end of the list and are scanned first.
+      const std::int64_t s0 = g.pe[i];
+      std::int64_t dropped = 0;
+      for (std::int64_t k = s0 + g.len[i] - 1; k >= s0; --k) {
         std::int32_t x = g.iw[k];
         if (g.state[x] == kElement) {
           // Scan the element, dropping members that were merged away.
-          std::int64_t p = g.pe[x], q = p;
+          std::int64_t p = g.pe[x], q = p, before = d;
           for (std::int64_t m = p; m < p + g.len[x]; ++m) {
             std::int32_t y = g.iw[m];
             if (!g.live_variable(y)) continue;
@@ -226,10 +232,20 @@ void mmd_genmmd(std::int32_t n, Array1<std::int32_t>& xadj, Array1<std::int32_t>
             }
           }
           g.len[x] = static_cast<std::int32_t>(q - p);
+          if (d == before) {
+            g.iw[k] = -1;  // redundant for i
+            ++dropped;
+          }
         } else if (g.marker[x] != t) {
           g.marker[x] = t;
           d += g.nv[x];
         }
+      }
+      if (dropped > 0) {
+        std::int64_t w = s0;
+        for (std::int64_t k = s0; k < s0 + g.len[i]; ++k)
+          if (g.iw[k] >= 0) g.iw[w++] = g.iw[k];
+        g.len[i] = static_cast<std::int32_t>(w - s0);
       }
       deg[i] = static_cast<std::int32_t>(std::min<std::int64_t>(d, n - 1));
       bucket_insert(i);
@@ -304,12 +320,24 @@ void mmd_genmmd(std::int32_t n, Array1<std::int32_t>& xadj, Array1<std::int32_t>
           update.push_back(i);
         }
         std::int64_t s = g.pe[i], q = s;
+        const std::int64_t len_before = g.len[i];
         for (std::int64_t k = s; k < s + g.len[i]; ++k) {
           std::int32_t x = g.iw[k];
           if (x == p) continue;
           if (g.state[x] == kElement || (g.live_variable(x) && g.marker[x] != t)) g.iw[q++] = x;
         }
-        g.iw[q++] = p;  // a slot is always free: p itself or an absorbed element was dropped
+        g.len[i] = static_cast<std::int32_t>(q - s);
+        if (q == s + len_before) {
+          // No entry was dropped (i lost the absorbed element from its list earlier as
+          // redundant): the list moves to the end of the pool to take p.
+          g.reserve(g.len[i] + 1);
+          std::copy(g.iw.begin() + g.pe[i], g.iw.begin() + g.pe[i] + g.len[i], g.iw.begin() + g.pfree);
+          g.pe[i] = g.pfree;
+          g.pfree += g.len[i] + 1;
+          q = g.pe[i] + g.len[i];
+          s = g.pe[i];
+        }
+        g.iw[q++] = p;
         g.len[i] = static_cast<std::int32_t>(q - s);
       }
       if (num >= n) break;
