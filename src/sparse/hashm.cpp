@@ -1,7 +1,13 @@
 // The hash matrix, its locators, and packing and sorting of triplet tables.
 #include "sparse/hashm.hpp"
 
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -16,6 +22,59 @@
 namespace mmekit {
 
 SparseParameters sparse_param;
+
+// ---- slot storage ----------------------------------------------------------------------------
+
+namespace {
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+}
+
+void SlotArray::release() {
+  std::free(p_);
+  p_ = nullptr;
+  rows_ = cols_ = 0;
+}
+
+void SlotArray::resize(std::int64_t rows, std::int64_t cols, double init) {
+  release();
+  if (rows < 1 || cols < 1) return;
+  const std::size_t bytes = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols) * sizeof(double);
+  const bool huge = bytes >= 2 * kHugePage;
+  const std::size_t align = huge ? kHugePage : 64;
+  const std::size_t rounded = (bytes + align - 1) / align * align;
+  void* p = std::aligned_alloc(align, rounded);
+  if (p == nullptr) throw std::bad_alloc();
+#ifdef MADV_HUGEPAGE
+  if (huge) madvise(p, rounded, MADV_HUGEPAGE);
+#endif
+  p_ = static_cast<double*>(p);
+  rows_ = rows;
+  cols_ = cols;
+  fill(init);
+}
+
+void SlotArray::fill(double value) {
+  const std::int64_t n = size();
+  if (value == 0.0 && !std::signbit(value)) {
+    if (n > 0) std::memset(p_, 0, static_cast<std::size_t>(n) * sizeof(double));
+  } else {
+    std::fill(p_, p_ + n, value);
+  }
+}
+
+SlotArray::SlotArray(const SlotArray& o) {
+  if (o.empty()) return;
+  resize(o.rows_, o.cols_, 0.0);
+  std::memcpy(p_, o.p_, static_cast<std::size_t>(size()) * sizeof(double));
+}
+
+SlotArray& SlotArray::operator=(const SlotArray& o) {
+  if (this != &o) {
+    SlotArray t(o);
+    swap(t);
+  }
+  return *this;
+}
 
 void reset_sparse_parameters() { sparse_param = SparseParameters{}; }
 
@@ -66,10 +125,15 @@ std::int64_t hash_pair(const double* key, double* table, std::int64_t hash_size,
   std::uint64_t b = key_bits(key[1]);
   std::uint64_t c = kInitC;
   const std::uint64_t mask = static_cast<std::uint64_t>(hash_size - 1);
+  mix3_inline(a, b, c);
   for (int probe = 0;;) {
-    mix3_inline(a, b, c);
     const std::int64_t k = static_cast<std::int64_t>(c & mask) + 1;
     double* s = table + (k - 1) * rows;
+    // The next slot of the walk is fetched while this one is compared: a collision then costs
+    // no second wait for memory.
+    std::uint64_t na = a, nb = b, nc = c;
+    mix3_inline(na, nb, nc);
+    __builtin_prefetch(table + static_cast<std::int64_t>(nc & mask) * rows);
     const std::int64_t si = trunc_index(s[0]);
     const std::int64_t sj = trunc_index(s[1]);
     if (si == 0 && sj == 0) {
@@ -86,6 +150,9 @@ std::int64_t hash_pair(const double* key, double* table, std::int64_t hash_size,
       out() << "Pb 5000 collisions\n";
       return -1;
     }
+    a = na;
+    b = nb;
+    c = nc;
   }
 }
 
@@ -366,10 +433,35 @@ void grow(sparse_hashm& a) {
     stop(sparse_detail::message("hash matrix: indices overflow", grown));
   init_sparse_hashm(y, a.n, grown, a.storage);
   const double* x = a.x.data();
+  // The elements are re-added in slot order. Under the mixing hash the first slot of each
+  // element some places ahead is fetched early, so that the random accesses into the new table
+  // overlap instead of waiting one after the other.
+  const bool mixing = sparse_param.hash_type == 2;
+  constexpr int kAhead = 16;
+  std::int64_t ahead = 0;
+  int pending = 0;
   for (std::int64_t k = 0; k < a.hash_size; ++k) {
+    if (mixing) {
+      if (ahead <= k) {
+        ahead = k;
+        pending = 0;
+      }
+      while (pending < kAhead && ahead < a.hash_size) {
+        const double* t = x + 3 * ahead;
+        if (t[0] != 0.0) {
+          std::uint64_t pa = key_bits(t[0]), pb = key_bits(t[1]), pc = kInitC;
+          mix3_inline(pa, pb, pc);
+          __builtin_prefetch(y.x.data() + 3 * static_cast<std::int64_t>(pc & static_cast<std::uint64_t>(y.hash_size - 1)), 1);
+          ++pending;
+        }
+        ++ahead;
+      }
+    }
     const double* s = x + 3 * k;
-    if (s[0] != 0.0)
+    if (s[0] != 0.0) {
+      --pending;
       addm_sparse_hashm(s[2], static_cast<std::int32_t>(trunc_index(s[0])), static_cast<std::int32_t>(trunc_index(s[1])), y);
+    }
   }
   out() << "hash matrix increased from " << sparse_detail::int_field(a.hash_size, 15) << " to "
         << sparse_detail::int_field(grown, 15) << " % filled: "
@@ -418,7 +510,6 @@ void reset_sparse_hashm(sparse_hashm& a) {
   a.status = 0;
   a.storage = 'u';
   a.x.clear();
-  a.x.vec().shrink_to_fit();
 }
 
 void addm_sparse_hashm(double value, std::int32_t i, std::int32_t j, sparse_hashm& a) {

@@ -21,6 +21,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "support/array.hpp"
 
@@ -46,6 +47,56 @@ extern SparseParameters sparse_param;
 // Puts every parameter back to its default.
 void reset_sparse_parameters();
 
+// The slot array of a hash matrix: `rows` reals per slot, slots contiguous (first index
+// fastest), 1-based access x(r, k). Large arrays are placed on huge pages where the system
+// allows it, since every add touches a random slot.
+class SlotArray {
+ public:
+  SlotArray() = default;
+  SlotArray(const SlotArray& o);
+  SlotArray& operator=(const SlotArray& o);
+  SlotArray(SlotArray&& o) noexcept { swap(o); }
+  SlotArray& operator=(SlotArray&& o) noexcept {
+    SlotArray t(std::move(o));
+    swap(t);
+    return *this;
+  }
+  ~SlotArray() { release(); }
+
+  // Allocates rows x cols reals, all `init` (the old contents are dropped).
+  void resize(std::int64_t rows, std::int64_t cols, double init = 0.0);
+  void fill(double value);
+  // Frees the array.
+  void clear() { release(); }
+
+  double& operator()(std::int64_t r, std::int64_t k) {
+    MMEKIT_CHECK_INDEX(r, 1, rows_);
+    MMEKIT_CHECK_INDEX(k, 1, cols_);
+    return p_[(k - 1) * rows_ + (r - 1)];
+  }
+  double operator()(std::int64_t r, std::int64_t k) const {
+    MMEKIT_CHECK_INDEX(r, 1, rows_);
+    MMEKIT_CHECK_INDEX(k, 1, cols_);
+    return p_[(k - 1) * rows_ + (r - 1)];
+  }
+  std::int64_t rows() const { return rows_; }
+  std::int64_t cols() const { return cols_; }
+  std::int64_t size() const { return rows_ * cols_; }
+  bool empty() const { return p_ == nullptr; }
+  double* data() { return p_; }
+  const double* data() const { return p_; }
+  void swap(SlotArray& o) noexcept {
+    std::swap(p_, o.p_);
+    std::swap(rows_, o.rows_);
+    std::swap(cols_, o.cols_);
+  }
+
+ private:
+  void release();
+  double* p_ = nullptr;
+  std::int64_t rows_ = 0, cols_ = 0;
+};
+
 // Sparse symmetric (or general) matrix in a hash table.
 //   status 0: no table; 1: accumulating in hash order; 2: packed and sorted by (row, column)
 //   storage 'u': only i <= j is kept (the default); 'f': both triangles
@@ -56,7 +107,7 @@ struct sparse_hashm {
   std::int64_t nel = 0;
   std::int32_t status = 0;
   char storage = 'u';
-  Array2<double> x;  // 3 x hash_size, empty while not allocated
+  SlotArray x;  // 3 x hash_size, empty while not allocated
 
   bool allocated() const { return !x.empty(); }
 };
