@@ -95,6 +95,30 @@ void for_each_slot(const sparse_hashm& a, F&& f) {
   }
 }
 
+// The sum over r, c = 0..m-1 of a[r + c lda] b[c bs + r bld] (0-based pointers): the trace of a
+// times a matrix read from b with the strides bs (its rows) and bld (its columns). One of the two
+// operands is walked across its columns in any loop order, so the sum runs over square tiles
+// small enough for both tiles to stay in cache.
+double tiled_trace(std::int64_t m, const double* a, std::int64_t lda, const double* b, std::int64_t bs,
+                   std::int64_t bld) {
+  constexpr std::int64_t tile = 64;
+  double s = 0.0;
+  for (std::int64_t c0 = 0; c0 < m; c0 += tile) {
+    const std::int64_t c1 = std::min(m, c0 + tile);
+    for (std::int64_t r0 = 0; r0 < m; r0 += tile) {
+      const std::int64_t r1 = std::min(m, r0 + tile);
+      for (std::int64_t c = c0; c < c1; ++c) {
+        const double* ac = a + c * lda;
+        const double* bc = b + c * bs;
+        double t = 0.0;
+        for (std::int64_t r = r0; r < r1; ++r) t += ac[r] * bc[r * bld];
+        s += t;
+      }
+    }
+  }
+  return s;
+}
+
 // The order of `a` against the block; false for an empty `a` (the form is then 0.0).
 bool small_matches(const densem& a, const Block& b, std::string_view who) {
   if (a.empty()) return false;
@@ -202,12 +226,8 @@ double QUADR_IJA(const Array1<double>& x, const sparse_ija& a, const Array1<doub
 
 double TRACE_DENSEM(const densem& a, const densem& b) {
   if (a.order() != b.order()) stop("TRACE_DENSEM: Matrices of different size");
-  const std::int64_t n = a.order();
-  // sum over j of a(:, j) . b(j, :)
-  double s = 0.0;
-  for (std::int64_t j = 0; j < n; ++j)
-    s += blas::dot(static_cast<blas_int>(n), a.data() + j * a.ld(), 1, b.data() + j, static_cast<blas_int>(b.ld()));
-  return s;
+  // the sum of a(i, j) b(j, i)
+  return tiled_trace(a.order(), a.data(), a.ld(), b.data(), 1, b.ld());
 }
 
 double TRACE_HASHM(const sparse_hashm& a, const sparse_hashm& b) {
@@ -269,13 +289,10 @@ double BLOCKTRACE_DENSEM(const densem& a, const densem& b, std::int32_t i1, std:
                          std::int32_t j2, std::int32_t step) {
   const Block blk = block_of("BLOCKTRACE_DENSEM", ": ranges not equal", i1, i2, j1, j2, step, b.order());
   if (!small_matches(a, blk, "BLOCKTRACE_DENSEM")) return 0.0;
-  // For each r: row r of a against column j1 + (r - 1) step of b, rows i1, i1 + step, ...
-  double s = 0.0;
-  const blas_int m = static_cast<blas_int>(blk.order);
-  for (std::int64_t r = 1; r <= blk.order; ++r)
-    s += blas::dot(m, a.data() + (r - 1), static_cast<blas_int>(a.ld()),
-                   b.data() + (blk.col(r) - 1) * b.ld() + (blk.i1 - 1), static_cast<blas_int>(blk.step));
-  return s;
+  // a(r, c) meets b(i1 + (c - 1) step, j1 + (r - 1) step): from b(i1, j1), c moves by step
+  // elements and r by step columns.
+  return tiled_trace(blk.order, a.data(), a.ld(), b.data() + (blk.j1 - 1) * b.ld() + (blk.i1 - 1), blk.step,
+                     blk.step * b.ld());
 }
 
 double BLOCKTRACE_HASHM(const densem& a, const sparse_hashm& b, std::int32_t i1, std::int32_t i2, std::int32_t j1,
@@ -324,7 +341,17 @@ double BLOCKTRACE_IJA(const densem& a, const sparse_ija& b, std::int32_t i1, std
                       std::int32_t j2, std::int32_t step) {
   const Block blk = block_of("BLOCKTRACE_IJA", ": ranges not equal", i1, i2, j1, j2, step, b.n);
   if (!small_matches(a, blk, "BLOCKTRACE_IJA")) return 0.0;
-  const bool full = ija_is_full(b);
+  // The form is told by the rows the block touches: when none of them holds an element below
+  // the diagonal, the full form of a symmetric matrix has no element that the upper reading
+  // would miss or count twice (the mirror that the upper reading adds would be a lower element
+  // of a touched row), so both readings agree.
+  auto lower_in_row = [&](std::int64_t i) {
+    for (std::int32_t k = b.ia(i); k < b.ia(i + 1); ++k)
+      if (b.ja(k) < i) return true;
+    return false;
+  };
+  bool full = false;
+  for (std::int64_t c = 1; c <= blk.order && !full; ++c) full = lower_in_row(blk.row(c)) || lower_in_row(blk.col(c));
   double s = 0.0;
   // Row i of b: its stored elements enter as b(i, j); in the upper form the off-diagonal ones
   // also as b(j, i).
