@@ -225,7 +225,13 @@ TEST(FormsQuadr, FailuresStop) {
   EXPECT_EQ(stop_text([&] { QUADR_HASHM(x4, f, x4); }, &printed),
             "QUADR_HASHM: not yet implemented for full-stored matrix");
   EXPECT_EQ(printed, "QUADR_HASHM: not yet implemented for full-stored matrix\n");
-  // A damaged row form with a column beyond the order is refused rather than read past x.
+  // An element beyond the order (the hash matrix takes one) is refused rather than read past x.
+  sparse_hashm over;
+  init_sparse_hashm(over, 3);
+  addm_sparse_hashm(1.0, 2, 5, over);
+  EXPECT_EQ(stop_text([&] { QUADR_HASHM(vec({1, 1, 1}), over, vec({1, 1, 1})); }),
+            "QUADR_HASHM: element outside the order of the matrix 2 5 3");
+  // So is a damaged row form with a column beyond the order.
   const sparse_ija bad = ija_by_rows({{{1, 1.0}, {3, 1.0}}, {{2, 1.0}}});
   EXPECT_EQ(stop_text([&] { QUADR_IJA(vec({1, 1}), bad, vec({1, 1})); }),
             "QUADR_IJA: element outside the order of the matrix 1 3 2");
