@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "dense/blas.hpp"
 #include "dense/dense.hpp"
 #include "dense/inverse.hpp"
 #include "support/output.hpp"
@@ -140,6 +141,35 @@ TEST(Ginv2, BlockedEqualsRowByRowOnRandomMatrices) {
       EXPECT_LT(max_abs_diff(g, ref), 1e-13) << n << " " << nb;
     }
   }
+}
+
+TEST(Ginv2, DefaultBlocksAgainstLapackAndRowByRow) {
+  // Dependent rows at both sides of the first block border and further on, default block size.
+  const std::int64_t n = 450;
+  const std::set<std::int64_t> dependent = {ginv2_default_block, ginv2_default_block + 1, 300, 450};
+  const densem a = with_dependent_rows(n, dependent, 77);
+  densem g = a, ref = a;
+  std::int32_t rank = 0, ref_rank = 0;
+  ginv2_kernel(g.data(), n, n, rank, 1e-10);
+  ginv2_rowwise(ref, ref_rank);
+  EXPECT_EQ(rank, n - 4);
+  EXPECT_EQ(ref_rank, n - 4);
+  EXPECT_LT(max_abs_diff(g, ref), 1e-8 * max_abs(ref));
+  for (std::int64_t d : dependent) EXPECT_EQ(g(d, d), 0.0);
+  // Positive definite: the same as LAPACK's Cholesky inverse.
+  const densem p = with_dependent_rows(n, {}, 78);
+  densem gp = p, lp = p;
+  ginv2_kernel(gp.data(), n, n, rank, 1e-10);
+  EXPECT_EQ(rank, n);
+  ASSERT_EQ(blas::potrf('L', static_cast<blas_int>(n), lp.data(), static_cast<blas_int>(n)), 0);
+  ASSERT_EQ(blas::potri('L', static_cast<blas_int>(n), lp.data(), static_cast<blas_int>(n)), 0);
+  double diff = 0;
+  for (std::int64_t j = 1; j <= n; ++j)
+    for (std::int64_t i = j; i <= n; ++i) {
+      diff = std::max(diff, std::abs(gp(i, j) - lp(i, j)));
+      ASSERT_EQ(gp(i, j), gp(j, i));
+    }
+  EXPECT_LT(diff, 1e-9 * max_abs(gp));
 }
 
 TEST(Ginv2, PivotToleranceAndNegativePivot) {
