@@ -8,6 +8,7 @@
 
 #include "dense/blas.hpp"
 #include "sparse/fields.hpp"
+#include "support/free_format.hpp"
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
@@ -67,7 +68,7 @@ bool ija_is_full(const sparse_ija& a) {
 // Stops when a stored index lies outside 1..n (a damaged matrix; it would be read past a vector).
 inline void check_index(std::string_view who, std::int64_t i, std::int64_t j, std::int64_t n) {
   if (i < 1 || j < 1 || i > n || j > n)
-    stop(sparse_detail::message(std::string(who) + ": element outside the order of the matrix", i, j, n));
+    stop(std::string(who) + ": element outside the order of the matrix" + free_format(i, j, n));
 }
 
 // The trace from its three parts, with the warning when the two triangles disagree.
