@@ -243,14 +243,18 @@ void LegendreTable::evaluate(std::int32_t i, std::int32_t t, std::int32_t t_max,
 RegcovRecords::RegcovRecords(std::vector<RegcovRange> ranges, bool memo)
     : ranges_(std::move(ranges)), table_(ranges_), x_(max_record_items) {
   std::size_t ncov = 0;
-  std::size_t columns = max_record_items;  // the columns after the last position
+  // Columns one record can write: the rise of each position over the one before it, and the
+  // columns after the last position. A record holds at most max_record_items items and one with
+  // fewer items than a position writes nothing, so positions count up to that many only.
+  std::size_t columns = max_record_items;
   std::int32_t previous = 0;
   for (const RegcovRange& r : ranges_) {
     cov_start_.push_back(ncov);
     ncov += static_cast<std::size_t>(std::max(r.npoly, 0));
     max_pos_ = std::max(max_pos_, r.pos);
-    if (r.pos > previous) columns += static_cast<std::size_t>(r.pos - previous);
-    previous = r.pos;
+    const std::int32_t p = std::min<std::int32_t>(r.pos, static_cast<std::int32_t>(max_record_items));
+    if (p > previous) columns += static_cast<std::size_t>(p - previous);
+    previous = p;
   }
   cov_.assign(ncov, 0.0);
   last_pos_ = ranges_.empty() ? 0 : ranges_.back().pos;

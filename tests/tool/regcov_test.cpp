@@ -321,6 +321,14 @@ TEST(RegcovRecords, ShortRecordsStopAndKeepWhatWasWritten) {
     EXPECT_EQ(stop_text([&] { loop.record("1 2", text); }), " *** error : nn < position\n");
     EXPECT_EQ(text, "");
   }
+  {
+    // A position no line can reach: every record stops, and nothing is sized by the position.
+    RegcovRecords loop({{2147483647, 0, 10, 1}, {1, 0, 10, 1}});
+    std::string text;
+    EXPECT_EQ(stop_text([&] { loop.record("1 2", text); }), " *** error : nn < position\n");
+    RegcovRecords last({{1, 0, 10, 1}, {2147483647, 0, 10, 1}});
+    EXPECT_EQ(stop_text([&] { last.record("1 2", text); }), " *** error : nn < last position\n");
+  }
 }
 
 TEST(RegcovPositions, PositionLine) {
