@@ -343,6 +343,8 @@ void run_chain(std::int32_t task, const SkeldaArgs& args, std::int32_t verbose) 
     if (v >= 2) out() << reset_message << '\n';
     if (full) {
       skelda_init();
+      // The reset also resets the method; a caller's permutation stays the method of task 11.
+      if (task == 11) s.iparm(kOrdering) = 9;
       skelda_report(0, verbose, "[init  ]");
     } else {
       skelda_clear();

@@ -666,6 +666,8 @@ TEST_F(Skelda, ChainRunsTheStepsAndTheNewMatrixRule) {
   skeldatask(11, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .perm = &perm, .iperm = &iperm, .verbose = &verbose});
   EXPECT_EQ(cap.text(), " SKELDATASK: task= 11 (something)\n"
                         "<setord>  new matrix: all previous results are deleted (init).\n");
+  EXPECT_EQ(skelda_state.iparm(48), 9);  // the caller's order survives the reset
+  EXPECT_EQ(*skelda_state.perm, perm);
   // At verbosity 3 the reset is reported and every step shows its progress.
   verbose = 3;
   cap.clear();
