@@ -1028,7 +1028,7 @@ void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, 
     case 10:
     case 70: {
       time_slot = &st.time_order;
-      if (!ia || !ja || !valid_structure(n, ia, ja)) { flag = -4; break; }
+      if ((n > 0 && (!ia || !ja)) || !valid_structure(n, ia, ja)) { flag = -4; break; }
       if (!is || args.size < H_CELLS) {
         args.need = ordering_end(n);
         flag = lack_flag(option, args.need);

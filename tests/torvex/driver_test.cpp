@@ -104,7 +104,9 @@ TEST(TorvexDriver, StagesStateAndResults) {
   for (int i = 1; i <= n; ++i) EXPECT_NEAR(z(i), rhs(i), 1e-10);
 
   // The inverse goes into the matrix and the state falls back to 1; "res" keeps it there.
-  TORVEX("invert", m);
+  cap.clear();
+  TORVEX("invert", m, pa);
+  EXPECT_NE(cap.text().find(" inversion time= "), std::string::npos) << cap.text();
   EXPECT_EQ(torvex_state.TORVEX_state, 1);
   TORVEX("reset", m);
   EXPECT_EQ(torvex_state.TORVEX_state, -1);
@@ -281,4 +283,23 @@ TEST(TorvexDriver, Messages) {
   EXPECT_TRUE(torvex_handle_flag(101, 0, w, size, 1000, 0));
   EXPECT_EQ(size, 101);
   EXPECT_FALSE(torvex_handle_flag(0, 0, w, size, 1000, 0));
+}
+
+TEST(TorvexDriver, EmptyMatrix) {
+  Fresh fresh;
+  sparse_ija m;
+  m.ia.assign(1, 1);
+  Array1<double> rhs, sol(3, 5.0);
+  TorvexArgs a;
+  a.rhs = &rhs;
+  a.sol = &sol;
+  TORVEX("sol", m, a);
+  EXPECT_EQ(sol.size(), 0);
+  double det = 7.0;
+  TorvexArgs d;
+  d.det = &det;
+  TORVEX("det", m, d);
+  EXPECT_EQ(det, 7.0);  // nothing is stored for an empty matrix
+  TORVEX("inv", m);
+  TORVEX("res", m);
 }
