@@ -1,6 +1,7 @@
 // Relaxed Gauss-Seidel iteration for the four storage kinds.
 #include "sparse/solve.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <string>
@@ -67,34 +68,34 @@ void round_line(std::int32_t round, double conv) {
         << '\n';
 }
 
-// The rounds of the sparse kinds. Elements of row i (0-based ranges into col/val with a
-// stride between consecutive elements) are read from `col` (a real or an integer) and `val`.
-// sol, rhs, diag are 0-based arrays of n; row_begin/row_end give each row's element range.
-template <class RowRange>
-void sparse_rounds(std::int32_t n, const double* rhs, double* sol, const double* diag, RowRange&& row_of,
+// The rounds of the sparse kinds. `rows` gives the 0-based element range of each 0-based row
+// (begin, end) and each element's 0-based column and value; sol, rhs and diag are 0-based.
+template <class Rows>
+void sparse_rounds(std::int32_t n, const double* rhs, double* sol, const double* diag, const Rows& rows,
                    bool round_lines) {
   const double relax = static_cast<double>(sparse_param.solve_relax);
   const double limit = static_cast<double>(sparse_param.solve_conv);
   std::vector<double> work(static_cast<std::size_t>(n));
+  double* w = work.data();
   double conv = 0.0;
   std::int32_t round = 1;
   for (;; ++round) {
-    for (std::int32_t i = 0; i < n; ++i) work[static_cast<std::size_t>(i)] = rhs[i];
+    std::copy(rhs, rhs + n, w);
     double num = 0.0, den = 0.0;
-    double* w = work.data();
     for (std::int32_t i = 0; i < n; ++i) {
       const double d = diag[i];
       if (d == 0.0) continue;
-      row_of(i, [&](auto&& for_each) {
-        double s = 0.0;
-        for_each([&](std::int64_t j, double v) { s += v * sol[j]; });
-        const double nv = ((w[i] - s) * relax) / d + sol[i];
-        const double change = sol[i] - nv;
-        den += nv * nv;
-        num += change * change;
-        sol[i] = nv;
-        for_each([&](std::int64_t j, double v) { w[j] -= v * nv; });
-      });
+      const std::int64_t b = rows.begin(i), e = rows.end(i);
+      double s = 0.0;
+      for (std::int64_t k = b; k < e; ++k) s += rows.val(k) * sol[rows.col(k)];
+      const double nv = ((w[i] - s) * relax) / d + sol[i];
+      const double change = sol[i] - nv;
+      den += nv * nv;
+      num += change * change;
+      sol[i] = nv;
+      // The new value goes into the right-hand sides of the later equations (the lower
+      // triangle, which is not stored).
+      for (std::int64_t k = b; k < e; ++k) w[rows.col(k)] -= rows.val(k) * nv;
     }
     conv = num / den;
     if (conv < limit || round >= sparse_param.solve_rounds) break;
@@ -102,6 +103,27 @@ void sparse_rounds(std::int32_t n, const double* rhs, double* sol, const double*
   }
   closing_lines(round, conv);
 }
+
+// Rows of the sorted triplets of a hash matrix.
+struct HashRows {
+  const double* x;
+  const std::int64_t* rp;  // rp[i]: 1-based first element of 0-based row i
+  std::int64_t begin(std::int32_t i) const { return rp[i] - 1; }
+  std::int64_t end(std::int32_t i) const { return rp[i + 1] - 1; }
+  std::int64_t col(std::int64_t k) const { return static_cast<std::int64_t>(x[3 * k + 1]) - 1; }
+  double val(std::int64_t k) const { return x[3 * k + 2]; }
+};
+
+// Rows of the row-compressed form.
+struct IjaRows {
+  const std::int32_t* ia;  // ia[i]: 1-based start of 0-based row i
+  const std::int32_t* ja;
+  const double* a;
+  std::int64_t begin(std::int32_t i) const { return std::int64_t{ia[i]} - 1; }
+  std::int64_t end(std::int32_t i) const { return std::int64_t{ia[i + 1]} - 1; }
+  std::int64_t col(std::int64_t k) const { return std::int64_t{ja[k]} - 1; }
+  double val(std::int64_t k) const { return a[k]; }
+};
 
 void hash_solve(std::int32_t n, sparse_hashm& a, const double* rhs, double* sol, const char* who) {
   if (a.storage == 'f') stop("SOLVE_SPARSE_HASHM: not yet implemented for full-stored matrix");
@@ -115,19 +137,7 @@ void hash_solve(std::int32_t n, sparse_hashm& a, const double* rhs, double* sol,
   Array1<std::int64_t> row;
   Array1<double> diag;
   hashm_rows(a, n, row, diag, who);
-  const double* x = a.x.data();
-  const std::int64_t* rp = row.data();  // rp[i]: 1-based first element of 0-based row i
-  sparse_rounds(n, rhs, sol, diag.data(),
-                [&](std::int32_t i, auto&& body) {
-                  const std::int64_t b = rp[i] - 1, e = rp[i + 1] - 1;
-                  body([&](auto&& f) {
-                    for (std::int64_t k = b; k < e; ++k) {
-                      const double* s = x + 3 * k;
-                      f(static_cast<std::int64_t>(s[1]) - 1, s[2]);
-                    }
-                  });
-                },
-                true);
+  sparse_rounds(n, rhs, sol, diag.data(), HashRows{a.x.data(), row.data()}, true);
 }
 
 void ija_solve(std::int32_t n, const sparse_ija& a, const double* rhs, double* sol, const char* who) {
@@ -146,17 +156,7 @@ void ija_solve(std::int32_t n, const sparse_ija& a, const double* rhs, double* s
       if (j == i) diag[static_cast<std::size_t>(i - 1)] = a.a(k);
     }
   }
-  const std::int32_t* ia = a.ia.data();  // ia[i]: 1-based start of 0-based row i
-  const std::int32_t* ja = a.ja.data();
-  const double* av = a.a.data();
-  sparse_rounds(n, rhs, sol, diag.data(),
-                [&](std::int32_t i, auto&& body) {
-                  const std::int64_t b = ia[i] - 1, e = ia[i + 1] - 1;
-                  body([&](auto&& f) {
-                    for (std::int64_t k = b; k < e; ++k) f(std::int64_t{ja[k]} - 1, av[k]);
-                  });
-                },
-                false);
+  sparse_rounds(n, rhs, sol, diag.data(), IjaRows{a.ia.data(), a.ja.data(), a.a.data()}, false);
 }
 
 // The dense kinds: `elem(i, j)` (0-based) reads the matrix.
