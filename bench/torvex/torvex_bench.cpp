@@ -192,12 +192,12 @@ void Pcg(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(TorvexOption)
-    ->ArgsProduct({{10, 20, 40, 50, 61}, {20000, 60000}})
+    ->ArgsProduct({{10, 20, 40, 50, 61}, {30000, 60000}})
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime();
-BENCHMARK(TorvexDriver)->Arg(20000)->Arg(60000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(TorvexDriver)->Arg(30000)->Arg(60000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(Pcg)
-    ->ArgsProduct({{1, 10, 50}, {20000, 60000}})
+    ->ArgsProduct({{1, 10, 50}, {30000, 60000}})
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime()
     ->Iterations(1);
