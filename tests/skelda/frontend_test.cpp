@@ -765,3 +765,55 @@ TEST_F(Skelda, ConstraintVectors) {
   skeldatask(7, {.getc = &g, .status = &st});
   EXPECT_EQ(g, other);
 }
+
+TEST_F(Skelda, ProgressAndReportsAtVerbosity3) {
+  install_fake_steps();
+  Pattern p = grid2d(3, 3);
+  std::int32_t n = p.n, st = -1, verbose = 3, ival = 0;
+  Array2<double> rhs(n, 1), sol(n, 1);
+  double det = 0;
+  mmekit::CaptureOutput cap;
+  skeldatask(50, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .sol = &sol, .verbose = &verbose,
+                  .status = &st});
+  EXPECT_EQ(cap.text(),
+            " SKELDATASK: task= 50 (solution)\n"
+            " SKELDATASK: [chkarg] Completed successfully.\n"
+            " SKELDATASK: [order ] Computing...\n"
+            "   Ordering = AMD\n"
+            " SKELDATASK: [order ] Completed successfully.\n"
+            " SKELDATASK: [symfac] Computing...\n"
+            " SKELDATASK: [symfac] Completed successfully.\n"
+            " SKELDATASK: [numfac] Computing...\n"
+            " SKELDATASK: [numfac] Completed successfully.\n"
+            " SKELDATASK: [solve ] Computing...\n"
+            " SKELDATASK: [solve ] Completed successfully.\n");
+  const std::vector<std::pair<std::int32_t, std::string>> finals = {
+      {55, " SKELDATASK: [logdet] Computing...\n SKELDATASK: [logdet] Completed successfully.\n"},
+      {54, " SKELDATASK: [det   ] Computing...\n SKELDATASK: [det   ] Completed successfully.\n"},
+      {100, " SKELDATASK: [mulfac] Computing...\n SKELDATASK: [mulfac] Completed successfully.\n"},
+      {90, " SKELDATASK: [mulinv] Computing...\n SKELDATASK: [mulinv] Completed successfully.\n"},
+      {56, " SKELDATASK: [rank  ] Completed successfully.\n"},
+      {61, " SKELDATASK: [spinv ] Computing...\n SKELDATASK: [spinv ] Completed successfully.\n"}};
+  for (const auto& [task, tail] : finals) {
+    cap.clear();
+    skeldatask(task, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .sol = &sol, .ival = &ival,
+                      .det = &det, .verbose = &verbose, .status = &st});
+    EXPECT_EQ(st, 0) << task;
+    const std::string text = cap.text();
+    ASSERT_GE(text.size(), tail.size());
+    EXPECT_EQ(text.substr(text.size() - tail.size()), tail) << task;
+  }
+  // The parameter tasks report under their labels.
+  cap.clear();
+  std::int32_t parnum = 10, v4 = 64;
+  skeldatask(2, {.parnum = &parnum, .parval4 = &v4, .verbose = &verbose});
+  skeldatask(1, {.verbose = &verbose});
+  EXPECT_EQ(cap.text(),
+            " SKELDATASK: task= 2 (set a parameter)\n"
+            " SKELDATASK: [setpar] Completed successfully.\n"
+            " SKELDATASK: task= 1 (clear internal memory)\n"
+            " SKELDATASK: [clear ] Completed successfully.\n");
+  // Clear zero-fills the factor and goes back to stage 20 (the inversion left stage 40).
+  EXPECT_EQ(skelda_state.stage(), 20);
+  EXPECT_EQ((*skelda_state.lnz)(1), 0.0);
+}
