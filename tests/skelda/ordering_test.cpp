@@ -211,3 +211,33 @@ TEST(Amf, ScoreAndBucketRules) {
   EXPECT_EQ(mmekit::amf_bucket(80, 1000000), 81);
   EXPECT_EQ(mmekit::amf_bucket(4, 7), 5);  // n/8 = 0 -> step 1: 4 + 3 = 7 -> capped at 5
 }
+
+TEST(Orderings, BothTrianglesGivenStillOrder) {
+  // A caller that hands in the whole symmetric pattern: every edge arrives twice in the graph.
+  Pattern up = grid2d(8, 7);
+  Pattern both;
+  both.n = up.n;
+  std::vector<std::vector<std::int32_t>> rows(up.n + 1);
+  for (std::int32_t i = 1; i <= up.n; ++i)
+    for (std::int32_t k = up.ia(i); k < up.ia(i + 1); ++k) {
+      rows[i].push_back(up.ja(k));
+      if (up.ja(k) != i) rows[up.ja(k)].push_back(i);
+    }
+  both.ia = Array1<std::int32_t>(up.n + 1);
+  std::int32_t total = 0;
+  for (auto& r : rows) total += static_cast<std::int32_t>(r.size());
+  both.ja = Array1<std::int32_t>(total);
+  std::int32_t k = 1;
+  for (std::int32_t i = 1; i <= up.n; ++i) {
+    both.ia(i) = k;
+    for (std::int32_t j : rows[i]) both.ja(k++) = j;
+  }
+  both.ia(up.n + 1) = k;
+  const std::int64_t natural = fill_count(up, identity(up.n));
+  for (M m : {M::amd, M::qamd, M::amf, M::mmd}) {
+    Array1<std::int32_t> perm, iperm;
+    order(m, both, perm, iperm);
+    ASSERT_TRUE(is_permutation_pair(perm, iperm, up.n)) << int(m);
+    EXPECT_LT(fill_count(up, perm), natural) << int(m);
+  }
+}
