@@ -241,3 +241,30 @@ TEST(Orderings, BothTrianglesGivenStillOrder) {
     EXPECT_LT(fill_count(up, perm), natural) << int(m);
   }
 }
+
+TEST(Orderings, ManySmallRandomGraphs) {
+  // Sizes 1..80 and densities from empty to nearly complete, with a few hub rows: every method
+  // must return a permutation, and the 8-byte twins the same one.
+  std::mt19937 rng(2024u);
+  for (int trial = 0; trial < 150; ++trial) {
+    const std::int32_t n = 1 + static_cast<std::int32_t>(rng() % 80);
+    const std::int32_t edges = static_cast<std::int32_t>(rng() % (n * 4 + 1));
+    std::vector<std::pair<std::int32_t, std::int32_t>> e;
+    for (std::int32_t k = 0; k < edges; ++k)
+      e.push_back({static_cast<std::int32_t>(rng() % n), static_cast<std::int32_t>(rng() % n)});
+    if (trial % 3 == 0)
+      for (std::int32_t v = 0; v < n; ++v) e.push_back({0, v});  // a hub
+    Pattern p = from_edges(n, e);
+    for (M m : kMethods) {
+      Array1<std::int32_t> perm, iperm;
+      order(m, p, perm, iperm);
+      ASSERT_TRUE(is_permutation_pair(perm, iperm, n)) << "trial " << trial << " method " << int(m);
+    }
+    Array1<std::int32_t> xadj, adj, perm, iperm;
+    mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
+    Array1<std::int64_t> x8 = widen(xadj), a8 = widen(adj), perm8, iperm8;
+    mmekit::skelda_qamd(n, xadj, adj, perm, iperm);
+    mmekit::skelda_qamd8(n, x8, a8, perm8, iperm8);
+    ASSERT_EQ(widen(perm), perm8) << trial;
+  }
+}
