@@ -271,7 +271,7 @@ RegcovRecords::RegcovRecords(std::vector<RegcovRange> ranges, bool memo)
     const RegcovRange& r = ranges_[i];
     const std::int64_t width = static_cast<std::int64_t>(r.range_max) - r.range_min + 1;
     Memo& mm = memo_[i];
-    mm.enabled = memo && r.npoly > 0 && width >= 1 && width <= (std::int64_t{1} << 20);
+    mm.enabled = memo && r.npoly > 0 && width >= 1 && width <= (std::int64_t{1} << 16);
     if (mm.enabled) {
       mm.min = r.range_min;
       mm.offset.assign(static_cast<std::size_t>(width), UINT32_MAX);
@@ -328,7 +328,7 @@ char* RegcovRecords::record_into(std::string_view line, char* p) {
   ++records_;
 
   // The covariates of each range, as written text.
-  constexpr std::size_t memo_limit = std::size_t{64} << 20;
+  constexpr std::size_t memo_limit = std::size_t{64} << 20;  // kept text of all ranges together
   const std::int32_t n = static_cast<std::int32_t>(ranges_.size());
   std::size_t text_used = 0;
   for (std::int32_t i = 1; i <= n; ++i) {
@@ -348,9 +348,10 @@ char* RegcovRecords::record_into(std::string_view line, char* p) {
     table_.evaluate(i, t, r.range_max, r.range_min, std::span<double>(cov_).subspan(cov_start_[ii]));
     char* start = text_.data() + text_used;
     const std::size_t length = static_cast<std::size_t>(format_covariates(i, start) - start);
-    if (mm.enabled && mm.text.size() + length <= memo_limit) {
+    if (mm.enabled && memo_used_ + length <= memo_limit) {
       const std::size_t offset = mm.text.size();
       mm.text.insert(mm.text.end(), start, start + length);
+      memo_used_ += length;
       mm.offset[slot] = static_cast<std::uint32_t>(offset);
       mm.length[slot] = static_cast<std::uint32_t>(length);
       ct = CovText{true, offset, length};

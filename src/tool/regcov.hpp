@@ -98,8 +98,8 @@ class LegendreTable {
 // with the number of records.
 //
 // The covariates of a range depend only on the clamped integer value, so their written text is
-// kept per range and value once it has been made (when the range has at most 2^20 values and
-// the kept text stays below 64 MB per range); records with a value seen before copy it.
+// kept per range and value once it has been made (for ranges of at most 2^16 values, and up to
+// 64 MB of kept text for all ranges together); records with a value seen before copy it.
 // `memo` = false turns that off (the bytes written are the same either way).
 class RegcovRecords {
  public:
@@ -141,6 +141,7 @@ class RegcovRecords {
     std::vector<char> text;
   };
   std::vector<Memo> memo_;
+  std::size_t memo_used_ = 0;
   std::int64_t records_ = 0;
   std::size_t bound_ = 0;  // most characters one record can write
   std::vector<char> scratch_;

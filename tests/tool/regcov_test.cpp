@@ -283,7 +283,9 @@ TEST(RegcovRecords, KeptCovariateTextIsTheSameAsNewlyMade) {
   for (int i = 0; i < 3000; ++i)
     data += std::to_string(i) + " " + std::to_string(value(gen)) + " " + std::to_string(value(gen)) + ".25 " +
             std::to_string(value(gen) / 7.0) + "\n";
-  std::vector<RegcovRange> r{{2, 5, 305, 4}, {3, 20, 120, 103}, {4, 0, 10, 3}, {2, 7, 7, 2}, {3, 9, 1, 2}};
+  // Ranges kept and not kept (limits the wrong way round, more values than are kept).
+  std::vector<RegcovRange> r{{2, 5, 305, 4},  {3, 20, 120, 103}, {4, 0, 10, 3},
+                             {2, 7, 7, 2},    {3, 9, 1, 2},      {2, -100000, 100000, 3}};
   auto run = [&](bool memo) {
     RegcovRecords loop(r, memo);
     std::istringstream in(data);
