@@ -145,6 +145,9 @@ Dataset generate(const Config& config) {
       return service[k];
     };
     hy_of_herd.assign(static_cast<std::size_t>(herds) + 1, 0);
+    // A third of the calves replaces the cows of a stable herd; the rate follows the number of
+    // cows, so that the herds keep their size.
+    const double keep = std::clamp(static_cast<double>(per_year) / (3.0 * static_cast<double>(std::max<std::size_t>(active.size(), 1))), 0.1, 0.9);
     std::vector<Cow> still;
     still.reserve(active.size());
     std::vector<std::int32_t> recorded_dams;
@@ -175,7 +178,7 @@ Dataset generate(const Config& config) {
       recorded_dams.push_back(c.id);
       // The calving: a third of the calves is a heifer that is kept.
       const std::int32_t sire = rng.uniform() < config.unknown_sire ? 0 : draw_sire();
-      if (rng.uniform() < 1.0 / 3.0) {
+      if (rng.uniform() < keep) {
         const std::int32_t dam = rng.uniform() < config.unknown_dam ? 0 : c.id;
         const std::int32_t id = new_animal(sire, dam, year, cow.herd, false);
         if (sire) ++data.animals[static_cast<std::size_t>(sire - 1)].n_as_sire;

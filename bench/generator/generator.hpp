@@ -17,8 +17,8 @@
 //
 // The simulation. Base animals (bulls and cows, parents unknown) come first. Then, year by
 // year, every active cow calves once and has one record (herd-year, parity 1..5, age at
-// calving, the animal, its permanent environment). A third of the calvings gives a heifer that
-// is kept: it enters the pedigree at birth, in its dam's herd, and calves from two years on for
+// calving, the animal, its permanent environment). About a third of the calvings gives a heifer
+// that is kept (the share follows the number of cows, to keep the herds at their size): it enters the pedigree at birth, in its dam's herd, and calves from two years on for
 // 1 to 5 lactations. Sires are drawn from the bulls born 2 to 6 years earlier (base bulls for
 // the first years) with a skewed popularity, so that a few bulls have thousands of daughters; a
 // share of the calves has an unknown sire, a few an unknown dam. Each year `sires_per_year`
