@@ -503,3 +503,35 @@ TEST(TorvexKernel, StatisticsBlock) {
                    std::to_string(k.m.nel) + "\n"),
             std::string::npos);
 }
+
+TEST(TorvexKernel, ShapesOfTheFactor) {
+  // A full matrix (every column shares the subscripts of the one before), an arrow with the
+  // dense row first, and a forest of independent blocks with isolated equations.
+  std::vector<std::pair<const char*, Dense>> cases;
+  const int n = 24;
+  cases.emplace_back("full", random_spd(n, 1.0, 51));
+  Dense arrow(static_cast<std::size_t>(n) * n, 0.0);
+  for (int i = 0; i < n; ++i) {
+    at(arrow, n, i, i) = n + 1.0;
+    if (i > 0) at(arrow, n, 0, i) = at(arrow, n, i, 0) = 1.0;
+  }
+  cases.emplace_back("arrow", arrow);
+  Dense forest(static_cast<std::size_t>(n) * n, 0.0);
+  for (int i = 0; i < n; ++i) at(forest, n, i, i) = 3.0;
+  for (int i = 0; i + 1 < n; i += 3) at(forest, n, i, i + 1) = at(forest, n, i + 1, i) = -1.0;
+  for (int i = 0; i + 2 < n; i += 6) at(forest, n, i, i + 2) = at(forest, n, i + 2, i) = 0.5;
+  cases.emplace_back("forest", forest);
+  for (auto& [name, d] : cases) {
+    Kernel k(to_ija(d, n, 9));
+    k.factorise();
+    Dense inv = spd_inverse(d, n);
+    std::vector<double> b = random_vector(n, 2);
+    std::vector<double> x = k.solve(b), ref = multiply(inv, n, b);
+    for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-11) << name;
+    if (std::string(name) == "full") EXPECT_EQ(torvex_factor_nonzeros(k.work.cells()), n * (n - 1) / 2);
+    ASSERT_EQ(k.run(61), 0);
+    for (int i = 0; i < n; ++i)
+      for (int e = k.m.ia(i + 1); e < k.m.ia(i + 2); ++e)
+        EXPECT_NEAR(k.m.a(e), at(inv, n, i, k.m.ja(e) - 1), 1e-11) << name;
+  }
+}
