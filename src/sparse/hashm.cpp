@@ -314,6 +314,8 @@ namespace {
 // part, and keeps the stack within 64 entries.
 template <class Key>
 void quicksort_columns(double* x, std::int64_t rows, std::span<const std::int32_t> key_rows, std::int64_t nel) {
+  for (const std::int32_t r : key_rows)
+    if (r < 1 || r > rows) stop(sparse_detail::message("sort_hashm: key row outside the table:", r));
   if (nel < 2 || key_rows.empty()) return;
   const std::size_t nkey = key_rows.size();
   Key pivot_buf[16];

@@ -575,6 +575,18 @@ TEST_F(HashSort, PackAndSortKeepEveryElement) {
     std::sort(elems.begin(), elems.end());
     EXPECT_EQ(got, elems);
   }
+  // A key row beyond the rows of the table is refused.
+  {
+    Array2<double> x(3, 4, 1.0);
+    const std::int32_t bad[2] = {1, 4};
+    CaptureOutput cap;
+    try {
+      sort_hashm(x.data(), 4, 3, bad, 4);
+      ADD_FAILURE() << "no stop";
+    } catch (const Stop& e) {
+      EXPECT_STREQ(e.what(), "sort_hashm: key row outside the table: 4");
+    }
+  }
   // The pack moves an element into the first empty place and leaves a hole behind it.
   Array2<double> x(3, 5, 0.0);
   x(1, 2) = 1; x(2, 2) = 1; x(3, 2) = 10;
