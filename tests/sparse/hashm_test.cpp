@@ -336,6 +336,26 @@ TEST_F(HashMatrix, InitialisationAndParameterCoupling) {
   EXPECT_EQ(e.hash_size, 32768);
   EXPECT_GE(e.x.cols(), 32768);
 
+  // A large table (on a mapping of its own) starts empty, copies and frees like a small one.
+  sparse_hashm big;
+  init_sparse_hashm(big, 7, std::int64_t{1} << 18);
+  EXPECT_EQ(big.x.cols(), 1 << 18);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(big.x.data()) % 64, 0u);
+  double sum = 0;
+  for (std::int64_t k = 1; k <= big.hash_size; ++k) sum += big.x(1, k) + big.x(2, k) + big.x(3, k);
+  EXPECT_EQ(sum, 0.0);
+  addm_sparse_hashm(4.0, 3, 7, big);
+  sparse_hashm big2;
+  copy_sparse_hashm(big2, big);
+  sparse_hashm big3 = big2;
+  big3 = big;
+  EXPECT_EQ(getm_sparse_hashm(3, 7, big2), 4.0);
+  EXPECT_EQ(getm_sparse_hashm(3, 7, big3), 4.0);
+  init_sparse_hashm(big, 7);  // same order: the array is kept and cleared
+  EXPECT_EQ(getm_sparse_hashm(3, 7, big), 0.0);
+  reset_sparse_hashm(big);
+  EXPECT_FALSE(big.allocated());
+
   reset_sparse_hashm(e);
   EXPECT_EQ(e.n, 0);
   EXPECT_EQ(e.hash_size, 0);
