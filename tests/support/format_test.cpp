@@ -13,7 +13,10 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "support/test_helpers.hpp"
+
 using namespace mmekit;
+using support_test::expect_stop;
 
 namespace {
 
@@ -386,19 +389,6 @@ TEST(Format, RecordsGroupsAndReversion) {
   g = h;
   EXPECT_EQ(g.write(FormatList()), "\n");
 }
-
-namespace {
-void expect_stop(const std::function<void()>& body, const std::string& message) {
-  CaptureOutput cap;
-  try {
-    body();
-    ADD_FAILURE() << "no stop; expected " << message;
-  } catch (const Stop& e) {
-    EXPECT_EQ(std::string(e.what()), message);
-    EXPECT_EQ(cap.text(), message + "\n");
-  }
-}
-}  // namespace
 
 TEST(Format, MalformedTextsAndWrongItemsStop) {
   expect_stop([] { Format("(i5"); }, " invalid format (i5: a ')' is missing");

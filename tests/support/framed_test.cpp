@@ -16,7 +16,10 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "support/test_helpers.hpp"
+
 using namespace mmekit;
+using support_test::expect_stop;
 
 namespace {
 
@@ -211,19 +214,6 @@ TEST(Framed, DamagedFilesAreBadFrames) {
   std::vector<unsigned char> rec;
   EXPECT_EQ(closed.read_bytes(rec), FramedStatus::end_of_file);
 }
-
-namespace {
-void expect_stop(const std::function<void()>& body, const std::string& message) {
-  CaptureOutput cap;
-  try {
-    body();
-    ADD_FAILURE() << "no stop; expected " << message;
-  } catch (const Stop& e) {
-    EXPECT_EQ(std::string(e.what()), message);
-    EXPECT_EQ(cap.text(), message + "\n");
-  }
-}
-}  // namespace
 
 TEST(Framed, WriteFailuresStop) {
   expect_stop([] {
