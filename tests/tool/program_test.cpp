@@ -3,25 +3,18 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <string>
+
+#include "tool/test_helpers.hpp"
 
 namespace {
 
+using tool_test::read_file;
+using tool_test::write_file;
+
 const std::string regcov_binary = std::string(MMEKIT_BINARY_DIR) + "/bin/regcov";
-
-std::string read_file(const std::string& name) {
-  std::ifstream f(name, std::ios::binary);
-  std::stringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
-
-void write_file(const std::string& name, const std::string& text) {
-  std::ofstream f(name, std::ios::binary);
-  f << text;
-}
 
 // Runs regcov with `answers` on standard input; returns the exit status, stdout in `output`.
 int run(const std::string& answers, std::string& output) {

@@ -12,15 +12,14 @@
 #include "tool/fixed_output.hpp"
 #include "tool/regcov.hpp"
 
+#include "tool/test_helpers.hpp"
+
 namespace mmekit {
 namespace {
 
-template <class F>
-std::string stop_text(F f) {
-  CaptureOutput cap;
-  EXPECT_THROW(f(), Stop);
-  return cap.text();
-}
+using tool_test::read_file;
+using tool_test::write_file;
+using tool_test::stop_text;
 
 // sqrt(2j + 1) P_j(x) by Bonnet's recursion, scaled by the single-precision root of 2 the tool
 // uses in place of the exact one.
@@ -41,18 +40,6 @@ std::string run_records(std::vector<RegcovRange> ranges, const std::string& data
   std::ostringstream out;
   loop.run(in, out);
   return out.str();
-}
-
-std::string read_file(const std::string& name) {
-  std::ifstream f(name, std::ios::binary);
-  std::stringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
-
-void write_file(const std::string& name, const std::string& text) {
-  std::ofstream f(name, std::ios::binary);
-  f << text;
 }
 
 TEST(RegcovFunctions, FactorialBinomialScalingPowers) {

@@ -9,16 +9,12 @@
 #include "support/stop.hpp"
 #include "tool/text.hpp"
 
+#include "tool/test_helpers.hpp"
+
 namespace mmekit {
 namespace {
 
-// Runs `f`, expects it to stop, and returns what it printed.
-template <class F>
-std::string stop_text(F f) {
-  CaptureOutput cap;
-  EXPECT_THROW(f(), Stop);
-  return cap.text();
-}
+using tool_test::stop_text;
 
 TEST(Nums2, SplitsAtBlanksOnlyAndDecodesTwelveCharacterFields) {
   std::vector<float> x(5, 9.0f);
