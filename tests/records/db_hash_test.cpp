@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/framed.hpp"
@@ -33,15 +34,42 @@ std::string file_text(const std::string& name) {
   return s.str();
 }
 
-bool exists(const char* name) { return std::filesystem::exists(name); }
+void write_file(const std::string& name, const std::string& text) { std::ofstream(name) << text; }
+
+struct Field {
+  const char* name;
+  const char* type;
+  std::optional<std::int32_t> length = std::nullopt;
+};
+
+void declare(db_hash& db, std::initializer_list<Field> fields, const char* index, std::int32_t slots) {
+  for (const Field& f : fields) add_fields(db, f.name, f.type, f.length);
+  set_index(db, index);
+  init_db_hash(db, slots);
+}
 
 // Animal table: text id (index), integer number, real weight.
 void declare_animals(db_hash& db, std::int32_t slots) {
-  add_fields(db, "id", "character", 10);
-  add_fields(db, "number", "integer");
-  add_fields(db, "weight", "real");
-  set_index(db, "id");
-  init_db_hash(db, slots);
+  declare(db, {{"id", "character", 10}, {"number", "integer"}, {"weight", "real"}}, "id", slots);
+}
+
+std::int32_t get_int(db_hash& db, const char* name) {
+  std::int32_t v = 0;
+  get_el_int(db, name, v);
+  return v;
+}
+float get_real(db_hash& db, const char* name) {
+  float v = 0;
+  get_el_real(db, name, v);
+  return v;
+}
+std::string get_char(db_hash& db, const char* name) {
+  std::string v;
+  get_el_char(db, name, v);
+  return v;
+}
+bool find_text(db_hash& db, const std::string& text, std::int32_t length = 10) {
+  return find_key(db, text_key(text, length).vec());
 }
 
 std::string id_of(int i) { return "A" + std::to_string(i * 7919 % 100003); }
@@ -60,27 +88,24 @@ TEST(DbHash, LayoutPutsTheIndexFirst) {
   set_index(db, "name5");
   align_db(db);
   EXPECT_EQ(db.status, 2);
-  // name5 (2 words) at 1..2, then year, name4, w, longer_t in their order.
-  EXPECT_EQ(db.field_info(3, 2), 1);
-  EXPECT_EQ(db.field_info(4, 2), 2);
-  EXPECT_EQ(db.field_info(3, 1), 3);
-  EXPECT_EQ(db.field_info(4, 1), 3);
-  EXPECT_EQ(db.field_info(3, 3), 4);
-  EXPECT_EQ(db.field_info(4, 3), 4);
-  EXPECT_EQ(db.field_info(3, 4), 5);
-  EXPECT_EQ(db.field_info(3, 5), 6);
+  // Per field: type, length, first and last word. name5 (2 words) at 1..2, then year, name4,
+  // w, longer_t in their order.
+  const auto info = [&](std::int64_t r) {
+    std::vector<std::int32_t> v;
+    for (std::int32_t f = 1; f <= db.nfields; ++f) v.push_back(db.field_info(r, f));
+    return v;
+  };
+  EXPECT_EQ(info(1), (std::vector<std::int32_t>{2, 1, 1, 3, 2}));
+  EXPECT_EQ(info(2), (std::vector<std::int32_t>{4, 5, 4, 4, 4}));
+  EXPECT_EQ(info(3), (std::vector<std::int32_t>{3, 1, 4, 5, 6}));
+  EXPECT_EQ(info(4), (std::vector<std::int32_t>{3, 2, 4, 5, 6}));
   EXPECT_EQ(db.words, 6);
-  EXPECT_EQ(db.field_info(1, 3), 1);
-  EXPECT_EQ(db.field_info(2, 3), 4);
-  EXPECT_EQ(db.field_info(1, 4), 3);
   // Names are cut to 8 characters; the cut name finds the field.
   EXPECT_EQ(db.field_name[4], "longer_t");
   init_db_hash(db, 11);
   insert_el(db, "name5", "abcde");
   insert_el(db, "longer_than_8_too", 42);
-  std::int32_t v = 0;
-  get_el_int(db, "longer_t", v);
-  EXPECT_EQ(v, 42);
+  EXPECT_EQ(get_int(db, "longer_t"), 42);
   // The key of a text field is its blank-padded characters, four to a word.
   const Array1<std::int32_t> k = text_key("abcde", 5);
   ASSERT_EQ(k.size(), 2);
@@ -102,22 +127,14 @@ TEST(DbHash, InsertFindAndRead) {
   // An existing key is made current and not added again.
   insert_el(db, "id", "bull-1");
   EXPECT_EQ(db.filled, 2);
-  std::int32_t n;
-  float w;
-  std::string s;
-  get_el_int(db, "number", n);
-  get_el_real(db, "weight", w);
-  get_el_char(db, "id", s);
-  EXPECT_EQ(n, 17);
-  EXPECT_EQ(w, 612.5f);
-  EXPECT_EQ(s, "bull-1    ");
-  EXPECT_TRUE(find_key(db, text_key("cow-22", 10).vec()));
-  get_el_int(db, "number", n);
-  EXPECT_EQ(n, -3);
-  get_el_real(db, "weight", w);
-  EXPECT_EQ(w, 0.0f);
+  EXPECT_EQ(get_int(db, "number"), 17);
+  EXPECT_EQ(get_real(db, "weight"), 612.5f);
+  EXPECT_EQ(get_char(db, "id"), "bull-1    ");
+  EXPECT_TRUE(find_text(db, "cow-22"));
+  EXPECT_EQ(get_int(db, "number"), -3);
+  EXPECT_EQ(get_real(db, "weight"), 0.0f);
   // A missing key: false, no record current, nothing added.
-  EXPECT_FALSE(find_key(db, text_key("nobody", 10).vec()));
+  EXPECT_FALSE(find_text(db, "nobody"));
   EXPECT_EQ(db.current, 0);
   EXPECT_EQ(db.filled, 2);
   // A key given with too few words is filled with zeros and so does not match.
@@ -125,33 +142,23 @@ TEST(DbHash, InsertFindAndRead) {
 
   // Integer keys, including ones whose weighted sum overflows 32 bits.
   db_hash t;
-  add_fields(t, "key", "int");
-  add_fields(t, "val", "int");
-  set_index(t, "key");
-  init_db_hash(t, 37);
+  declare(t, {{"key", "int"}, {"val", "int"}}, "key", 37);
   const std::int32_t keys[] = {2147483647, -2147483647 - 1, -1, 1, 123456789, 1000003};
   for (std::int32_t k : keys) {
     insert_el(t, "key", k);
-    ASSERT_GE(t.current, 1);
-    ASSERT_LE(t.current, 37);
+    ASSERT_TRUE(t.current >= 1 && t.current <= 37) << t.current;
     insert_el(t, "val", k / 2);
   }
   for (std::int32_t k : keys) {
     ASSERT_TRUE(find_key_int(t, k));
-    std::int32_t v;
-    get_el_int(t, "val", v);
-    EXPECT_EQ(v, k / 2);
+    EXPECT_EQ(get_int(t, "val"), k / 2);
   }
   EXPECT_FALSE(find_key_int(t, 5));
   // Real keys are stored by their bits.
   db_hash r;
-  add_fields(r, "x", "real");
-  set_index(r, "x");
-  init_db_hash(r, 5);
+  declare(r, {{"x", "real"}}, "x", 5);
   insert_el(r, "x", 2.5f);
-  float x;
-  get_el_real(r, "x", x);
-  EXPECT_EQ(x, 2.5f);
+  EXPECT_EQ(get_real(r, "x"), 2.5f);
   close_db_hash(r);
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.nfields, 0);
@@ -175,27 +182,21 @@ TEST(DbHash, ExpansionOnThe71stKeyOfATableOf100) {
   EXPECT_EQ(db.filled, 71);
   EXPECT_EQ(db.status, 2);
   // The record just added is current: its fields can be set at once.
-  std::string s;
-  get_el_char(db, "id", s);
-  EXPECT_EQ(s, id_of(71) + std::string(10 - id_of(71).size(), ' '));
+  EXPECT_EQ(get_char(db, "id"), id_of(71) + std::string(10 - id_of(71).size(), ' '));
   insert_el(db, "number", 71);
   insert_el(db, "weight", 35.5f);
-  EXPECT_FALSE(exists("db_hash_expansion_setup"));
-  EXPECT_FALSE(exists("db_hash_expansion_data"));
+  EXPECT_FALSE(std::filesystem::exists("db_hash_expansion_setup"));
+  EXPECT_FALSE(std::filesystem::exists("db_hash_expansion_data"));
   for (int i = 1; i <= 71; ++i) {
-    ASSERT_TRUE(find_key(db, text_key(id_of(i), 10).vec())) << i;
-    std::int32_t n;
-    float w;
-    get_el_int(db, "number", n);
-    get_el_real(db, "weight", w);
-    EXPECT_EQ(n, i);
-    EXPECT_EQ(w, static_cast<float>(i) * 0.5f);
+    ASSERT_TRUE(find_text(db, id_of(i))) << i;
+    EXPECT_EQ(get_int(db, "number"), i);
+    EXPECT_EQ(get_real(db, "weight"), static_cast<float>(i) * 0.5f);
   }
   // Further growth: 141 keys pass 70 percent of 200.
   for (int i = 72; i <= 1000; ++i) insert_el(db, "id", id_of(i));
   EXPECT_EQ(db.size, 1600);
   EXPECT_EQ(db.filled, 1000);
-  for (int i = 1; i <= 1000; ++i) ASSERT_TRUE(find_key(db, text_key(id_of(i), 10).vec())) << i;
+  for (int i = 1; i <= 1000; ++i) ASSERT_TRUE(find_text(db, id_of(i))) << i;
 }
 
 TEST(DbHash, SetupAndDataFilesRoundTrip) {
@@ -215,15 +216,12 @@ TEST(DbHash, SetupAndDataFilesRoundTrip) {
             "         3         4         5         5\n");
   write_data(db, "animals.data");
   // "x1" in a 10-character field: three words, blank padded to the end of the last word.
-  std::int32_t w1, w2, w3;
-  std::memcpy(&w1, "x1  ", 4);
-  std::memcpy(&w2, "    ", 4);
-  std::memcpy(&w3, "    ", 4);
-  float one = 1.0f;
-  std::int32_t wone;
-  std::memcpy(&wone, &one, 4);
+  std::int32_t w[4];
+  const float one = 1.0f;
+  std::memcpy(w, "x1          ", 12);
+  std::memcpy(&w[3], &one, 4);
   char line[200];
-  std::snprintf(line, sizeof line, "%12d%12d%12d%12d%12d\n", w1, w2, w3, 5, wone);
+  std::snprintf(line, sizeof line, "%12d%12d%12d%12d%12d\n", w[0], w[1], w[2], 5, w[3]);
   EXPECT_EQ(file_text("animals.data"), std::string("         1\n") + line);
 
   // A larger table, text and binary, through close and reload.
@@ -239,28 +237,22 @@ TEST(DbHash, SetupAndDataFilesRoundTrip) {
     write_data(big, "big.data", form);
     db_hash back;
     read_setup(back, "big.setup");
-    EXPECT_EQ(back.status, 1);
-    EXPECT_EQ(back.nfields, 3);
-    EXPECT_EQ(back.words, 5);
-    EXPECT_EQ(back.index_field, 1);
+    // status, fields, words, index field
+    EXPECT_EQ(std::make_tuple(back.status, back.nfields, back.words, back.index_field), std::make_tuple(1, 3, 5, 1));
     read_data(back, "big.data", form);
     EXPECT_EQ(back.status, 2);
     EXPECT_EQ(back.filled, 200);
     EXPECT_EQ(back.size, 252);  // 200 / 0.8 + 2
     for (int i = 1; i <= 200; ++i) {
-      ASSERT_TRUE(find_key(back, text_key(id_of(i), 10).vec())) << form << " " << i;
-      std::int32_t n;
-      float w;
-      get_el_int(back, "number", n);
-      get_el_real(back, "weight", w);
-      EXPECT_EQ(n, -i);
-      EXPECT_EQ(w, static_cast<float>(i) / 3.0f);
+      ASSERT_TRUE(find_text(back, id_of(i))) << form << " " << i;
+      EXPECT_EQ(get_int(back, "number"), -i);
+      EXPECT_EQ(get_real(back, "weight"), static_cast<float>(i) / 3.0f);
     }
     db_hash sized;
     read_setup(sized, "big.setup");
     read_data(sized, "big.data", form, 1000);
     EXPECT_EQ(sized.size, 1000);
-    EXPECT_TRUE(find_key(sized, text_key(id_of(77), 10).vec()));
+    EXPECT_TRUE(find_text(sized, id_of(77)));
   }
   // The binary form is framed records: the count, then one record of 5 words per entry.
   FramedReader fr("big.data");
@@ -276,12 +268,9 @@ TEST(DbHash, SetupAndDataFilesRoundTrip) {
   EXPECT_EQ(records, 200);
 }
 
-TEST(DbHash, SortAndNumber) {
+TEST(DbHash, SortNumberAndMove) {
   db_hash db;
-  add_fields(db, "key", "int");
-  add_fields(db, "seq", "int");
-  set_index(db, "key");
-  init_db_hash(db, 53);
+  declare(db, {{"key", "int"}, {"seq", "int"}}, "key", 53);
   std::mt19937 rng(3);
   std::set<std::int32_t> keys;
   while (keys.size() < 30) keys.insert(static_cast<std::int32_t>(rng() % 2001) - 1000);
@@ -291,9 +280,7 @@ TEST(DbHash, SortAndNumber) {
   sort_db(db, "seq");
   std::int32_t expect = 0, prev_slot = 0;
   for (bool m = move_rec(db, "first"); m; m = move_rec(db, "next")) {
-    std::int32_t s;
-    get_el_int(db, "seq", s);
-    EXPECT_EQ(s, ++expect);
+    EXPECT_EQ(get_int(db, "seq"), ++expect);
     EXPECT_GT(db.current, prev_slot);
     prev_slot = db.current;
   }
@@ -307,105 +294,77 @@ TEST(DbHash, SortAndNumber) {
   expect = 0;
   auto it = keys.begin();
   for (bool m = move_rec(db, "f"); m; m = move_rec(db, "n")) {
-    std::int32_t k, s;
-    get_el_int(db, "key", k);
-    get_el_int(db, "seq", s);
-    EXPECT_EQ(k, *it++);
-    EXPECT_EQ(s, ++expect);
+    EXPECT_EQ(get_int(db, "key"), *it++);
+    EXPECT_EQ(get_int(db, "seq"), ++expect);
     EXPECT_EQ(db.current, expect);  // packed at the front
   }
   // Walking back from the end gives the largest key first.
   EXPECT_TRUE(move_rec(db, "prev"));
-  std::int32_t k;
-  get_el_int(db, "key", k);
-  EXPECT_EQ(k, *keys.rbegin());
+  EXPECT_EQ(get_int(db, "key"), *keys.rbegin());
   // A lookup in a sorted table still finds every key; the numbers stay.
   std::int32_t rank = 0;
   for (std::int32_t key : keys) {
     ASSERT_TRUE(find_key_int(db, key));
-    std::int32_t s;
-    get_el_int(db, "seq", s);
-    EXPECT_EQ(s, ++rank);
+    EXPECT_EQ(get_int(db, "seq"), ++rank);
   }
   EXPECT_EQ(db.status, 2);
 
   // Text keys sort in character order.
   db_hash t;
-  add_fields(t, "name", "char", 6);
-  add_fields(t, "n", "int");
-  set_index(t, "name");
-  init_db_hash(t, 19);
+  declare(t, {{"name", "char", 6}, {"n", "int"}}, "name", 19);
   for (const char* s : {"pear", "apple", "fig", "applf", "Zebra", "apple2"}) insert_el(t, "name", s);
-  {
-    CaptureOutput quiet;
-    sort_db(t, "n", "sort");
-  }
+  sort_db(t, "n", "sort");
   std::vector<std::string> order;
-  for (bool m = move_rec(t, "first"); m; m = move_rec(t, "next")) {
-    std::string s;
-    get_el_char(t, "name", s);
-    order.push_back(s);
-  }
+  for (bool m = move_rec(t, "first"); m; m = move_rec(t, "next")) order.push_back(get_char(t, "name"));
   EXPECT_EQ(order, (std::vector<std::string>{"Zebra ", "apple ", "apple2", "applf ", "fig   ", "pear  "}));
-}
 
-TEST(DbHash, MoveRecAtTheEnds) {
-  db_hash db;
-  add_fields(db, "k", "int");
-  set_index(db, "k");
-  init_db_hash(db, 7);
-  EXPECT_FALSE(move_rec(db, "first"));
-  EXPECT_EQ(db.current, 8);
-  insert_el(db, "k", 3);
-  const std::int32_t slot = db.current;
-  EXPECT_TRUE(move_rec(db, "first"));
-  EXPECT_EQ(db.current, slot);
-  EXPECT_FALSE(move_rec(db, "next"));
-  EXPECT_EQ(db.current, 8);
-  EXPECT_TRUE(move_rec(db, "prev"));
-  EXPECT_EQ(db.current, slot);
-  EXPECT_FALSE(move_rec(db, "prev"));
-  EXPECT_EQ(db.current, 0);
+  // The ends of a table of one record: before the first slot is 0, after the last size + 1.
+  db_hash one;
+  declare(one, {{"k", "int"}}, "k", 7);
+  EXPECT_FALSE(move_rec(one, "first"));
+  EXPECT_EQ(one.current, 8);
+  insert_el(one, "k", 3);
+  const std::int32_t slot = one.current;
+  const std::tuple<const char*, bool, std::int32_t> steps[] = {
+      {"first", true, slot}, {"next", false, 8}, {"prev", true, slot}, {"prev", false, 0}};
+  for (const auto& [direction, found, at] : steps) {
+    EXPECT_EQ(move_rec(one, direction), found) << direction;
+    EXPECT_EQ(one.current, at) << direction;
+  }
   // Reading past the end is refused like reading with no record.
-  move_rec(db, "n");
-  move_rec(db, "n");
-  std::int32_t v;
-  EXPECT_EQ(stop_text([&] { get_el_int(db, "k", v); }), "get_el_integer: current = 0\n");
+  move_rec(one, "n");
+  move_rec(one, "n");
+  EXPECT_EQ(stop_text([&] { get_int(one, "k"); }), "get_el_integer: current = 0\n");
 }
 
 TEST(DbHash, Printing) {
   db_hash db;
-  CaptureOutput cap;
-  print_db_status(db);
-  EXPECT_EQ(cap.text(), "db_hash:  uninitialized\nindex not set\n number of entries: 0\n number of filled entries: 0\n");
-  cap.clear();
+  const auto printed = [&](void (*print)(const db_hash&)) {
+    CaptureOutput cap;
+    print(db);
+    return cap.text();
+  };
+  const std::string fields = " id       char 6\n n        int 4\n w        real 4\n";
+  EXPECT_EQ(printed(print_db_status),
+            "db_hash:  uninitialized\nindex not set\n number of entries: 0\n number of filled entries: 0\n");
   add_fields(db, "id", "char", 6);
   add_fields(db, "n", "int");
   add_fields(db, "w", "real");
-  print_db_status(db);
-  EXPECT_EQ(cap.text(),
-            "db_hash: status:accepting field definitions\n id       char 6\n n        int 4\n w        real 4\n"
-            "index not set\n number of entries: 0\n number of filled entries: 0\n");
+  EXPECT_EQ(printed(print_db_status), "db_hash: status:accepting field definitions\n" + fields +
+                                          "index not set\n number of entries: 0\n number of filled entries: 0\n");
   set_index(db, "id");
   init_db_hash(db, 9);
-  cap.clear();
-  print_entry(db);
-  EXPECT_EQ(cap.text(), "print_entry: empty table\n");
+  EXPECT_EQ(printed(print_entry), "print_entry: empty table\n");
   insert_el(db, "id", "abc");
   insert_el(db, "n", -12);
   insert_el(db, "w", 2.5f);
-  cap.clear();
-  print_db_status(db);
-  EXPECT_EQ(cap.text(),
-            "db_hash: status:accepting entries\n id       char 6\n n        int 4\n w        real 4\n"
-            "  index variable:  id      \n number of entries: 9\n number of filled entries: 1\n");
-  cap.clear();
-  print_entry(db);
-  EXPECT_EQ(cap.text(), "abc   -12 2.500 \n");
-  cap.clear();
+  EXPECT_EQ(printed(print_db_status), "db_hash: status:accepting entries\n" + fields +
+                                          "  index variable:  id      \n number of entries: 9\n"
+                                          " number of filled entries: 1\n");
+  EXPECT_EQ(printed(print_entry), "abc   -12 2.500 \n");
+  CaptureOutput quiet;
   sort_db(db, "n", "sort");
-  print_db_status(db);
-  EXPECT_NE(cap.text().find("db_hash: status:sorted\n"), std::string::npos);
+  EXPECT_NE(printed(print_db_status).find("db_hash: status:sorted\n"), std::string::npos);
 }
 
 TEST(DbHash, DeclarationFailures) {
@@ -454,26 +413,20 @@ TEST(DbHash, DeclarationFailures) {
 
 TEST(DbHash, RecordFailures) {
   db_hash db;
-  add_fields(db, "id", "char", 4);
-  add_fields(db, "n", "int");
-  add_fields(db, "w", "real");
-  set_index(db, "id");
-  init_db_hash(db, 11);
+  declare(db, {{"id", "char", 4}, {"n", "int"}, {"w", "real"}}, "id", 11);
   EXPECT_EQ(stop_text([&] { insert_el(db, "n", 1); }), "db_hash: insertion of non-index field before any index entry\n");
-  std::int32_t i;
-  float r;
-  std::string s;
-  EXPECT_EQ(stop_text([&] { get_el_char(db, "id", s); }), "get_el_char: current = 0\n");
-  EXPECT_EQ(stop_text([&] { get_el_int(db, "n", i); }), "get_el_integer: current = 0\n");
-  EXPECT_EQ(stop_text([&] { get_el_real(db, "w", r); }), "get_el_real: current = 0\n");
+  EXPECT_EQ(stop_text([&] { get_char(db, "id"); }), "get_el_char: current = 0\n");
+  EXPECT_EQ(stop_text([&] { get_int(db, "n"); }), "get_el_integer: current = 0\n");
+  EXPECT_EQ(stop_text([&] { get_real(db, "w"); }), "get_el_real: current = 0\n");
   EXPECT_EQ(stop_text([&] { insert_el(db, "zz", 1); }), " db_hash: field  zz  nonexistent\n");
   EXPECT_EQ(stop_text([&] { insert_el(db, "n", "text"); }), " insert_el_char: field  n  not alphanumeric\n");
   EXPECT_EQ(stop_text([&] { insert_el(db, "id", 5); }), " insert_el_char: field  id  not integer\n");
   EXPECT_EQ(stop_text([&] { insert_el(db, "n", 5.0f); }), " insert_el_char: field  n  not real\n");
-  EXPECT_EQ(stop_text([&] { get_el_int(db, "zz", i); }), " get_el_int: field  zz  nonexistent\n");
-  EXPECT_EQ(stop_text([&] { get_el_int(db, "w", i); }), " get_el_char: field  w  not integer\n");
+  EXPECT_EQ(stop_text([&] { get_int(db, "zz"); }), " get_el_int: field  zz  nonexistent\n");
+  EXPECT_EQ(stop_text([&] { get_int(db, "w"); }), " get_el_char: field  w  not integer\n");
   EXPECT_EQ(stop_text([&] { move_rec(db, "back"); }), " move_rec: unknown direction: back\n");
   EXPECT_EQ(stop_text([&] { sort_db(db, "nothing"); }), " sort_db: field  nothing  not found\n");
+  EXPECT_EQ(stop_text([&] { sort_db(db, "w"); }), " sort_db: field  w  not integer\n");
   EXPECT_EQ(stop_text([&] { add_key(db, std::vector<std::int32_t>{0}); }),
             "db_hash: a key whose words are all 0 cannot be stored\n");
   insert_el(db, "id", "ab");
@@ -484,9 +437,7 @@ TEST(DbHash, RecordFailures) {
   // The probe goes on by 17 slots (a stride of 16 from a 1-based slot), so in a table of 17
   // slots a collision probes the same slot again and again. Keys 1 and 18 collide there.
   db_hash c;
-  add_fields(c, "k", "int");
-  set_index(c, "k");
-  init_db_hash(c, 17);
+  declare(c, {{"k", "int"}}, "k", 17);
   insert_el(c, "k", 1);
   EXPECT_EQ(stop_text([&] { insert_el(c, "k", 18); }), "hash table search too slow\n");
 
@@ -498,11 +449,7 @@ TEST(DbHash, RecordFailures) {
   insert_el(db, "id", "cd");
   write_data(db, "t2.data");
   std::string body = file_text("t2.data");
-  body.replace(0, 10, "         5");
-  {
-    std::ofstream f("t2.data");
-    f << body;
-  }
+  write_file("t2.data", body.replace(0, 10, "         5"));
   db_hash back;
   read_setup(back, "t.setup");
   EXPECT_EQ(stop_text([&] { read_data(back, "t2.data"); }),
@@ -510,23 +457,21 @@ TEST(DbHash, RecordFailures) {
   // A damaged value ends the reading.
   body = file_text("t2.data");
   body.replace(0, 10, "         2");
-  body.replace(body.size() - 3, 1, "x");
-  {
-    std::ofstream f("t3.data");
-    f << body;
-  }
+  write_file("t3.data", body.replace(body.size() - 3, 1, "x"));
   db_hash damaged;
   read_setup(damaged, "t.setup");
   EXPECT_EQ(stop_text([&] { read_data(damaged, "t3.data"); }),
             " read_data unsuccessful\n read  1  instead of  2  entries\n");
+  // A count whose table would not fit 32-bit slot numbers is refused before allocating.
+  write_file("huge.data", "2000000000\n");
+  db_hash huge;
+  read_setup(huge, "t.setup");
+  EXPECT_EQ(stop_text([&] { read_data(huge, "huge.data"); }), " db_hash: table of 2000000000 records is too large\n");
   db_hash again;
   read_setup(again, "t.setup");
-  EXPECT_NE(stop_text([&] { read_setup(again, "t.setup"); }).find("incorrect state for subroutine/function  read_setup"),
-            std::string::npos);
-  {
-    std::ofstream f("bad.setup");
-    f << "         3        13         5         3         9\n";
-  }
+  EXPECT_EQ(stop_text([&] { read_setup(again, "t.setup"); }),
+            " incorrect state for subroutine/function  read_setup\n the status is  1  and should be  0\n");
+  write_file("bad.setup", "         3        13         5         3         9\n");
   db_hash bad;
   EXPECT_EQ(stop_text([&] { read_setup(bad, "bad.setup"); }), " db_hash: bad setup file  bad.setup\n");
   EXPECT_EQ(stop_text([&] { read_setup(bad, "missing.setup"); }), " db_hash: cannot open file  missing.setup\n");

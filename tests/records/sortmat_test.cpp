@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -34,6 +34,13 @@ std::vector<std::int32_t> column(const Array2<std::int32_t>& m, std::int64_t j) 
   return c;
 }
 
+// A matrix of one row holding `values`.
+Array2<std::int32_t> row(const std::vector<std::int32_t>& values) {
+  Array2<std::int32_t> m(1, static_cast<std::int64_t>(values.size()));
+  for (std::size_t j = 0; j < values.size(); ++j) m(1, static_cast<std::int64_t>(j + 1)) = values[j];
+  return m;
+}
+
 // Reference "less" by the definition of each key type, written independently of the code.
 bool ref_less(const std::vector<std::int32_t>& a, const std::vector<std::int32_t>& b,
               const std::vector<std::int32_t>& keys, const std::string& types) {
@@ -47,14 +54,8 @@ bool ref_less(const std::vector<std::int32_t>& a, const std::vector<std::int32_t
       std::memcpy(&fx, &x, 4);
       std::memcpy(&fy, &y, 4);
       if (fx != fy) return fx < fy;
-    } else {
-      std::string sx(reinterpret_cast<const char*>(&x), 4), sy(reinterpret_cast<const char*>(&y), 4);
-      // text order of the characters as unsigned bytes
-      for (int c = 0; c < 4; ++c) {
-        const auto ux = static_cast<unsigned char>(sx[static_cast<std::size_t>(c)]);
-        const auto uy = static_cast<unsigned char>(sy[static_cast<std::size_t>(c)]);
-        if (ux != uy) return ux < uy;
-      }
+    } else if (const int c = std::memcmp(&x, &y, 4); c != 0) {
+      return c < 0;  // text order of the characters as unsigned bytes
     }
   }
   return false;
@@ -98,33 +99,33 @@ std::string stop_text(F body) {
 }  // namespace
 
 TEST(Sortmat, CompareKeys) {
-  const std::vector<std::int32_t> a{1, 5, -3}, b{1, 5, 7}, c{1, 5, -3};
-  EXPECT_EQ(compare_keys(a, b, false), 1);
-  EXPECT_EQ(compare_keys(b, a, false), 3);
-  EXPECT_EQ(compare_keys(a, c, false), 2);
-  // Descending swaps the result of the whole key, not of each key.
-  EXPECT_EQ(compare_keys(a, b, true), 3);
-  EXPECT_EQ(compare_keys(b, a, true), 1);
-  EXPECT_EQ(compare_keys(a, c, true), 2);
-  // Reals by value: -2.0 has a larger bit pattern as an integer than -1.0 but is smaller.
-  const std::vector<std::int32_t> r1{bits_of(-2.0f)}, r2{bits_of(-1.0f)};
-  EXPECT_EQ(compare_keys(r1, r2, false, "r"), 1);
-  EXPECT_EQ(compare_keys(r1, r2, false, "i"), 3);
-  EXPECT_EQ(compare_keys(r1, r2, false), 3);
-  // A NaN is neither less nor greater: equal, and the next key decides.
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const std::vector<std::int32_t> n1{bits_of(nan), 1}, n2{bits_of(3.0f), 2};
-  EXPECT_EQ(compare_keys(n1, n2, false, "ri"), 1);
-  EXPECT_EQ(compare_keys(n2, n1, false, "ri"), 3);
-  // Text in character order, first character most significant whatever the byte order.
-  const std::vector<std::int32_t> t1{text4("abzz")}, t2{text4("acaa")};
-  EXPECT_EQ(compare_keys(t1, t2, false, "a"), 1);
-  // Characters above 127 come after the ASCII letters.
-  const std::vector<std::int32_t> t3{text4("\xe9" "aaa")};
-  EXPECT_EQ(compare_keys(t2, t3, false, "a"), 1);
-  // A character other than i, a, r leaves its key without effect.
-  EXPECT_EQ(compare_keys(a, b, false, "iix"), 2);
-  EXPECT_EQ(compare_keys(a, b, false, "ii"), 2);
+  using Key = std::vector<std::int32_t>;
+  const Key a{1, 5, -3}, b{1, 5, 7}, r1{bits_of(-2.0f)}, r2{bits_of(-1.0f)};
+  const Key n1{bits_of(std::numeric_limits<float>::quiet_NaN()), 1}, n2{bits_of(3.0f), 2};
+  const Key t1{text4("abzz")}, t2{text4("acaa")}, t3{text4("\xe9" "aaa")};
+  struct Case {
+    const Key &x, &y;
+    bool descending;
+    const char* types;
+    int expected;
+  };
+  const Case cases[] = {
+      {a, b, false, nullptr, 1}, {b, a, false, nullptr, 3}, {a, a, false, nullptr, 2},
+      // Descending swaps the result of the whole key, not of each key.
+      {a, b, true, nullptr, 3}, {b, a, true, nullptr, 1}, {a, a, true, nullptr, 2},
+      // Reals by value: -2.0 has a larger bit pattern as an integer than -1.0 but is smaller.
+      {r1, r2, false, "r", 1}, {r1, r2, false, "i", 3}, {r1, r2, false, nullptr, 3},
+      // A NaN is neither less nor greater: equal, and the next key decides.
+      {n1, n2, false, "ri", 1}, {n2, n1, false, "ri", 3},
+      // Text in character order, first character most significant whatever the byte order;
+      // characters above 127 come after the ASCII letters.
+      {t1, t2, false, "a", 1}, {t2, t3, false, "a", 1},
+      // A character other than i, a, r, or a missing one, leaves its key without effect.
+      {a, b, false, "iix", 2}, {a, b, false, "ii", 2}};
+  for (const Case& c : cases) {
+    const auto types = c.types ? std::optional<std::string_view>(c.types) : std::nullopt;
+    EXPECT_EQ(compare_keys(c.x, c.y, c.descending, types), c.expected) << &c - cases;
+  }
 }
 
 TEST(Sortmat, MatchesAStableSortOnRandomMatrices) {
@@ -169,71 +170,37 @@ TEST(Sortmat, MatchesAStableSortOnRandomMatrices) {
   }
 }
 
-TEST(Sortmat, SmallCountsAndPartialSorts) {
-  Array2<std::int32_t> m(1, 3);
-  m(1, 1) = 3;
-  m(1, 2) = 2;
-  m(1, 3) = 1;
-  const Array2<std::int32_t> before = m;
-  sortmat(m, std::vector<std::int32_t>{1}, 0);
-  EXPECT_EQ(m, before);
-  sortmat(m, std::vector<std::int32_t>{1}, 1);
-  EXPECT_EQ(m, before);
-  sortmat(m, std::vector<std::int32_t>{1}, 2);
-  EXPECT_EQ(column(m, 1)[0], 2);
-  EXPECT_EQ(column(m, 2)[0], 3);
-  EXPECT_EQ(column(m, 3)[0], 1);
-  // A count above the number of columns sorts them all.
-  sortmat(m, std::vector<std::int32_t>{1}, 99);
-  EXPECT_EQ(m(1, 1), 1);
-  EXPECT_EQ(m(1, 3), 3);
-  // Whole columns move with their keys.
-  Array2<std::int32_t> w(3, 4);
-  const std::int32_t k[4] = {40, 10, 30, 20};
-  for (std::int32_t j = 1; j <= 4; ++j) {
-    w(1, j) = j;
-    w(2, j) = k[j - 1];
-    w(3, j) = -k[j - 1];
+TEST(Sortmat, CountsKeyListsAndShortTypes) {
+  // Counts of 0 and 1 leave the matrix alone; a count above the number of columns sorts them
+  // all. Keys may come as the library's 1-based array too.
+  Array2<std::int32_t> m = row({3, 2, 1});
+  for (std::int32_t n : {0, 1}) {
+    sortmat(m, std::vector<std::int32_t>{1}, n);
+    EXPECT_EQ(m, row({3, 2, 1}));
   }
-  Array1<std::int32_t> keys(1, 2);
-  sortmat(w, keys);
-  for (std::int32_t j = 1; j <= 4; ++j) {
-    EXPECT_EQ(w(2, j), 10 * j);
-    EXPECT_EQ(w(3, j), -10 * j);
-  }
-  EXPECT_EQ(w(1, 1), 2);
-  EXPECT_EQ(w(1, 4), 1);
-}
+  sortmat(m, Array1<std::int32_t>(1, 1), 99);
+  EXPECT_EQ(m, row({1, 2, 3}));
 
-TEST(Sortmat, TypesShorterThanKeysIsReportedAndTheSortGoesOn) {
-  Array2<std::int32_t> m(2, 4);
-  const std::int32_t first[4] = {2, 1, 2, 1}, second[4] = {9, 8, 7, 6};
-  for (std::int32_t j = 1; j <= 4; ++j) {
-    m(1, j) = first[j - 1];
-    m(2, j) = second[j - 1];
-  }
+  // Types shorter than the keys are reported and the sort goes on by the first key only.
+  Array2<std::int32_t> t(2, 4);
+  t.vec() = {2, 9, 1, 8, 2, 7, 1, 6};
   CaptureOutput cap;
-  sortmat(m, std::vector<std::int32_t>{1, 2}, std::nullopt, std::nullopt, "i");
+  sortmat(t, std::vector<std::int32_t>{1, 2}, std::nullopt, std::nullopt, "i");
   EXPECT_EQ(cap.text(), " sortmat: ordering types of wrong length:'\\ 1 < 2\n");
-  // Only the first key takes part.
-  EXPECT_EQ(m(1, 1), 1);
-  EXPECT_EQ(m(1, 2), 1);
-  EXPECT_EQ(m(1, 3), 2);
-  EXPECT_EQ(m(1, 4), 2);
+  EXPECT_EQ(row({t(1, 1), t(1, 2), t(1, 3), t(1, 4)}), row({1, 1, 2, 2}));
 }
 
 TEST(Sortmat, FailureMessages) {
   Array2<std::int32_t> m(1, 5);
   const std::string order = " sortmat: sort order is either 'a' for ascending or 'd' for  descending\n";
+  const std::string types = "sortmat: types should contain only characters 'iar'\n";
   // Any order at all ends the run, 'a' included.
   EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, "a"); }), order);
   EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, "d"); }), order);
-  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, std::nullopt, "x"); }),
-            "sortmat: types should contain only characters 'iar'\n");
-  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1, 1}, std::nullopt, std::nullopt, "iI"); }),
-            "sortmat: types should contain only characters 'iar'\n");
-  // A key row outside the matrix.
-  EXPECT_NE(stop_text([&] { sortmat(m, std::vector<std::int32_t>{2}); }).find("sortmat: key row"), std::string::npos);
+  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, std::nullopt, "x"); }), types);
+  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1, 1}, std::nullopt, std::nullopt, "iI"); }), types);
+  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{2}); }),
+            " sortmat: key row 2 outside the matrix of 1 rows\n");
 
   // Depth of the stack: the pivot is always the third largest of its part, with the two largest
   // at the right end, so each partition pushes a part of two and goes on with all but three.
@@ -257,8 +224,9 @@ TEST(Sortmat, FailureMessages) {
   }
   EXPECT_EQ(stop_text([&] { sortmat(deep, std::vector<std::int32_t>{1}); }), "stack > 50\n");
   // The stack is usable again after the stop; a shallower pattern of the same kind sorts.
-  Array2<std::int32_t> fine(1, 100);
-  for (std::int32_t p = 1; p <= 100; ++p) fine(1, p) = 101 - p;
+  std::vector<std::int32_t> up(100);
+  std::iota(up.begin(), up.end(), 1);
+  Array2<std::int32_t> fine = row(std::vector<std::int32_t>(up.rbegin(), up.rend()));
   sortmat(fine, std::vector<std::int32_t>{1});
-  for (std::int32_t p = 1; p <= 100; ++p) EXPECT_EQ(fine(1, p), p);
+  EXPECT_EQ(fine, row(up));
 }
