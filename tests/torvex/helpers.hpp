@@ -120,6 +120,30 @@ inline Dense spd_inverse(Dense d, int n, double* logdet = nullptr) {
   return d;
 }
 
+// The inverse of the rows and columns in `keep`, zero in all others (n x n), and the
+// log-determinant of that part.
+inline Dense kept_inverse(const Dense& d, int n, const std::vector<int>& keep, double* logdet = nullptr) {
+  const int m = static_cast<int>(keep.size());
+  Dense ikk = spd_inverse(sub(d, n, keep), m, logdet), g(static_cast<std::size_t>(n) * n, 0.0);
+  for (int j = 0; j < m; ++j)
+    for (int i = 0; i < m; ++i) at(g, n, keep[static_cast<std::size_t>(i)], keep[static_cast<std::size_t>(j)]) = at(ikk, m, i, j);
+  return g;
+}
+
+// Every stored element of the upper-form matrix against the dense reference.
+inline void expect_pattern_near(const mmekit::sparse_ija& m, const Dense& ref, double tol) {
+  for (int i = 1; i <= m.n; ++i)
+    for (int e = m.ia(i); e < m.ia(i + 1); ++e)
+      EXPECT_NEAR(m.a(e), at(ref, m.n, i - 1, m.ja(e) - 1), tol) << i << " " << m.ja(e);
+}
+
+inline void expect_all_near(const std::vector<double>& x, const std::vector<double>& ref, double tol) {
+  ASSERT_EQ(x.size(), ref.size());
+  for (std::size_t i = 0; i < x.size(); ++i) EXPECT_NEAR(x[i], ref[i], tol) << i;
+}
+
+inline std::vector<double> to_vector(const mmekit::Array1<double>& a) { return {a.begin(), a.end()}; }
+
 inline std::vector<double> multiply(const Dense& d, int n, const std::vector<double>& x) {
   std::vector<double> y(static_cast<std::size_t>(n), 0.0);
   for (int j = 0; j < n; ++j)

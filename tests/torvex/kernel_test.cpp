@@ -86,9 +86,8 @@ TEST(TorvexKernel, PositiveDefiniteAgainstLapack) {
     double logdet = 0;
     Dense inv = spd_inverse(d, n, &logdet);
     std::vector<double> b = random_vector(n, seed + 10);
-    std::vector<double> x = k.solve(b);
     std::vector<double> ref = multiply(inv, n, b);
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-10);
+    expect_all_near(k.solve(b), ref, 1e-10);
 
     EXPECT_NEAR(k.value(55), logdet, 1e-9);
     EXPECT_NEAR(std::log(k.value(54)), logdet, 1e-9);
@@ -103,7 +102,7 @@ TEST(TorvexKernel, PositiveDefiniteAgainstLapack) {
     }
     EXPECT_NEAR(quad, bx, 1e-10);
     ASSERT_EQ(k.run(100, y.data()), 0);
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(y[static_cast<std::size_t>(i)], b[static_cast<std::size_t>(i)], 1e-10);
+    expect_all_near(y, b, 1e-10);
     // The factor times unit vectors gives F with F F' = A.
     Dense f(static_cast<std::size_t>(n) * n);
     for (int j = 0; j < n; ++j) {
@@ -125,33 +124,22 @@ TEST(TorvexKernel, PositiveDefiniteAgainstLapack) {
     std::int32_t sl[3] = {1, 17, 40};
     bs[4] = 1.5;
     bs[39] = -2.0;
-    std::vector<double> full = multiply(inv, n, bs);
-    std::vector<double> s51 = bs;
-    TorvexKernelArgs ka;
-    ka.rhs_list = rl;
-    ka.rhs_count = 2;
-    ka.sol_list = sl;
-    ka.sol_count = 3;
+    std::vector<double> full = multiply(inv, n, bs), s51 = bs, s52 = bs;
+    TorvexKernelArgs ka{.rhs_list = rl, .rhs_count = 2, .sol_list = sl, .sol_count = 3};
     ASSERT_EQ(k.run(51, s51.data(), &ka), 0);
     for (int p : sl) EXPECT_NEAR(s51[static_cast<std::size_t>(p - 1)], full[static_cast<std::size_t>(p - 1)], 1e-10);
-    std::vector<double> s52 = bs;
-    TorvexKernelArgs kb;
-    kb.rhs_list = rl;
-    kb.rhs_count = 2;
+    TorvexKernelArgs kb{.rhs_list = rl, .rhs_count = 2};
     ASSERT_EQ(k.run(52, s52.data(), &kb), 0);
     for (int p : rl) EXPECT_NEAR(s52[static_cast<std::size_t>(p - 1)], full[static_cast<std::size_t>(p - 1)], 1e-10);
     EXPECT_EQ(k.stats.calls_sparse_solve, 2);
     EXPECT_GT(k.stats.max_nodes, 0);
     // A full solve after the sparse ones still works (the work vector was left clean).
-    x = k.solve(b);
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-10);
+    expect_all_near(k.solve(b), ref, 1e-10);
 
     // The sparse inverse on the positions of ia/ja, both variants alike.
     sparse_ija orig = k.m;
     ASSERT_EQ(k.run(61), 0);
-    for (int i = 0; i < n; ++i)
-      for (int e = k.m.ia(i + 1); e < k.m.ia(i + 2); ++e)
-        EXPECT_NEAR(k.m.a(e), at(inv, n, i, k.m.ja(e) - 1), 1e-10) << i << " " << k.m.ja(e);
+    expect_pattern_near(k.m, inv, 1e-10);
     sparse_ija inv61 = k.m;
     k.m = orig;
     ASSERT_EQ(k.run(40), 0);  // the inverse replaced the factor: factorise again
@@ -176,15 +164,14 @@ TEST(TorvexKernel, SingularMixedModelEquations) {
   std::vector<double> y = random_vector(n, 5);
   std::vector<double> b = multiply(d, n, y);
   std::vector<double> x = k.solve(b);
-  std::vector<int> keep, zero;
-  for (int i = 0; i < n; ++i) (x[static_cast<std::size_t>(i)] == 0.0 ? zero : keep).push_back(i);
-  ASSERT_EQ(static_cast<int>(zero.size()), 2);
+  std::vector<int> keep;
+  for (int i = 0; i < n; ++i)
+    if (x[static_cast<std::size_t>(i)] != 0.0) keep.push_back(i);
+  ASSERT_EQ(static_cast<int>(keep.size()), n - 2);
   // The kept part is non-singular; the solution solves it and A x = b as a whole.
   double logdet = 0;
-  Dense skk = sub(d, n, keep);
-  Dense ikk = spd_inverse(skk, n - 2, &logdet);
-  std::vector<double> ax = multiply(d, n, x);
-  for (int i = 0; i < n; ++i) EXPECT_NEAR(ax[static_cast<std::size_t>(i)], b[static_cast<std::size_t>(i)], 1e-8);
+  const Dense ginv = kept_inverse(d, n, keep, &logdet);
+  expect_all_near(multiply(d, n, x), b, 1e-8);
   // Determinant of the non-singular part.
   EXPECT_NEAR(k.value(55), logdet, 1e-8);
   EXPECT_NEAR(std::log(k.value(54)), logdet, 1e-8);
@@ -206,18 +193,7 @@ TEST(TorvexKernel, SingularMixedModelEquations) {
   // The generalised inverse in the pattern: the inverse of the kept part, zero in the rows and
   // columns of the dependent equations.
   ASSERT_EQ(k.run(61), 0);
-  std::vector<int> where(static_cast<std::size_t>(n), -1);
-  for (std::size_t t = 0; t < keep.size(); ++t) where[static_cast<std::size_t>(keep[t])] = static_cast<int>(t);
-  int checked = 0;
-  for (int i = 0; i < n; ++i)
-    for (int e = k.m.ia(i + 1); e < k.m.ia(i + 2); ++e) {
-      const int j = k.m.ja(e) - 1;
-      const int wi = where[static_cast<std::size_t>(i)], wj = where[static_cast<std::size_t>(j)];
-      const double expect = (wi < 0 || wj < 0) ? 0.0 : at(ikk, n - 2, wi, wj);
-      EXPECT_NEAR(k.m.a(e), expect, 1e-9) << i << " " << j;
-      ++checked;
-    }
-  EXPECT_EQ(checked, k.m.nel);
+  expect_pattern_near(k.m, ginv, 1e-9);
 }
 
 TEST(TorvexKernel, ZeroPivotRules) {
@@ -349,8 +325,7 @@ TEST(TorvexKernel, OrderUnit) {
   {
     Kernel k(to_ija(d, n));
     FramedWriter w("kernel.ord");
-    TorvexKernelArgs a;
-    a.order_out = &w;
+    TorvexKernelArgs a{.order_out = &w};
     ASSERT_EQ(k.run(10, nullptr, &a), 0);
     perm = k.perm;
   }
@@ -367,35 +342,23 @@ TEST(TorvexKernel, OrderUnit) {
     EXPECT_EQ(p, perm);
     for (int k = 0; k < n; ++k) EXPECT_EQ(q[static_cast<std::size_t>(p[static_cast<std::size_t>(k)] - 1)], k + 1);
   }
-  // Option 70 reads it back instead of ordering, with the same result.
+  // Option 70 reads it back instead of ordering, with the same result; a size of zero in the
+  // file is the natural order.
   {
-    Kernel k(to_ija(d, n));
-    FramedReader r("kernel.ord");
-    TorvexKernelArgs a;
-    a.order_in = &r;
-    ASSERT_EQ(k.run(70, nullptr, &a), 0);
-    EXPECT_EQ(k.perm, perm);
-    ASSERT_EQ(k.run(20), 0);
-    ASSERT_EQ(k.run(40), 0);
-    std::vector<double> x = k.solve(b);
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-11);
+    FramedWriter w("zero.ord");
+    w.write(std::int32_t{0}, std::int32_t{0});
   }
-  // A size of zero is the natural order.
-  {
-    {
-      FramedWriter w("zero.ord");
-      w.write(std::int32_t{0}, std::int32_t{0});
-    }
+  std::vector<std::int32_t> natural(n);
+  for (int i = 0; i < n; ++i) natural[static_cast<std::size_t>(i)] = i + 1;
+  for (auto [file, expect] : {std::pair{"kernel.ord", perm}, std::pair{"zero.ord", natural}}) {
     Kernel k(to_ija(d, n));
-    FramedReader r("zero.ord");
-    TorvexKernelArgs a;
-    a.order_in = &r;
+    FramedReader r(file);
+    TorvexKernelArgs a{.order_in = &r};
     ASSERT_EQ(k.run(70, nullptr, &a), 0);
-    for (int i = 0; i < n; ++i) EXPECT_EQ(k.perm[static_cast<std::size_t>(i)], i + 1);
+    EXPECT_EQ(k.perm, expect) << file;
     ASSERT_EQ(k.run(20), 0);
     ASSERT_EQ(k.run(40), 0);
-    std::vector<double> x = k.solve(b);
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-11);
+    expect_all_near(k.solve(b), ref, 1e-11);
   }
   // A wrong size, and a unit that cannot be read.
   {
@@ -405,8 +368,7 @@ TEST(TorvexKernel, OrderUnit) {
     }
     Kernel k(to_ija(d, n));
     FramedReader r("wrong.ord");
-    TorvexKernelArgs a;
-    a.order_in = &r;
+    TorvexKernelArgs a{.order_in = &r};
     CaptureOutput cap;
     EXPECT_EQ(k.run(70, nullptr, &a), -1);
     EXPECT_EQ(cap.text(),
@@ -432,40 +394,30 @@ TEST(TorvexKernel, CopiesOfTheFactor) {
   ASSERT_GT(used, 0);
   // To a second array and back.
   TorvexWork second(used);
-  TorvexKernelArgs a;
-  a.is2 = second.cells();
-  a.size2 = used - 1;
+  TorvexKernelArgs a{.is2 = second.cells(), .size2 = used - 1};
   EXPECT_EQ(k.run(72, nullptr, &a), 7201);
   a.size2 = used;
   ASSERT_EQ(k.run(72, nullptr, &a), 0);
   // To a file.
   {
     FramedWriter w("factor.bin");
-    TorvexKernelArgs f;
-    f.save_unit = &w;
+    TorvexKernelArgs f{.save_unit = &w};
     ASSERT_EQ(k.run(74, nullptr, &f), 0);
   }
   Kernel k2(to_ija(d, n));
-  TorvexKernelArgs c;
-  c.is2 = second.cells();
-  c.size2 = used;
-  ASSERT_EQ(k2.run(73, nullptr, &c), 0);
-  std::vector<double> x = k2.solve(b);
-  for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-11);
+  ASSERT_EQ(k2.run(73, nullptr, &a), 0);
+  expect_all_near(k2.solve(b), ref, 1e-11);
+  // From the file into a short array: the need first, then the load.
   Kernel k3(to_ija(d, n));
   k3.work = TorvexWork(64);
-  FramedReader r("factor.bin");
-  TorvexKernelArgs f;
-  f.load_unit = &r;
-  const std::int32_t f75 = k3.run(75, nullptr, &f);
-  EXPECT_EQ(f75, f.need);
+  FramedReader r("factor.bin"), r2("factor.bin");
+  TorvexKernelArgs f{.load_unit = &r};
+  EXPECT_EQ(k3.run(75, nullptr, &f), used);
   EXPECT_EQ(f.need, used);
   k3.work.grow(used);
-  FramedReader r2("factor.bin");
   f.load_unit = &r2;
   ASSERT_EQ(k3.run(75, nullptr, &f), 0);
-  x = k3.solve(b);
-  for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-11);
+  expect_all_near(k3.solve(b), ref, 1e-11);
 }
 
 TEST(TorvexKernel, StatisticsBlock) {
@@ -524,14 +476,14 @@ TEST(TorvexKernel, ShapesOfTheFactor) {
   for (auto& [name, d] : cases) {
     Kernel k(to_ija(d, n, 9));
     k.factorise();
-    Dense inv = spd_inverse(d, n);
-    std::vector<double> b = random_vector(n, 2);
-    std::vector<double> x = k.solve(b), ref = multiply(inv, n, b);
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(x[static_cast<std::size_t>(i)], ref[static_cast<std::size_t>(i)], 1e-11) << name;
-    if (std::string(name) == "full") EXPECT_EQ(torvex_factor_nonzeros(k.work.cells()), n * (n - 1) / 2);
+    SCOPED_TRACE(name);
+    const Dense inv = spd_inverse(d, n);
+    const std::vector<double> b = random_vector(n, 2);
+    expect_all_near(k.solve(b), multiply(inv, n, b), 1e-11);
+    if (std::string(name) == "full") {
+      EXPECT_EQ(torvex_factor_nonzeros(k.work.cells()), n * (n - 1) / 2);
+    }
     ASSERT_EQ(k.run(61), 0);
-    for (int i = 0; i < n; ++i)
-      for (int e = k.m.ia(i + 1); e < k.m.ia(i + 2); ++e)
-        EXPECT_NEAR(k.m.a(e), at(inv, n, i, k.m.ja(e) - 1), 1e-11) << name;
+    expect_pattern_near(k.m, inv, 1e-11);
   }
 }
