@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "patterns.hpp"
@@ -71,6 +72,19 @@ class Skelda : public ::testing::Test {
   std::vector<std::string> calls;
 };
 
+// A small matrix with every argument a task may want.
+struct Mme {
+  Pattern p;
+  std::int32_t n, st = -1, verbose = 1, ival = 0;
+  Array2<double> rhs, sol;
+  double det = 0;
+  explicit Mme(Pattern q) : p(std::move(q)), n(p.n), rhs(n, 1), sol(n, 1) {}
+  mmekit::SkeldaArgs all() {
+    return {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .sol = &sol, .ival = &ival,
+            .det = &det, .verbose = &verbose, .status = &st};
+  }
+};
+
 // Postorder property of a final permutation: in the elimination tree of the permuted pattern
 // every child comes before its parent and every subtree is a contiguous range ending at its root.
 void expect_postordered(const Pattern& p, const Array1<std::int32_t>& iperm) {
@@ -118,20 +132,18 @@ TEST_F(Skelda, SetIparmAcceptanceRules) {
   auto& ip = skelda_state.iparm;
   EXPECT_EQ(set_iparm(0, 1), 22);
   EXPECT_EQ(set_iparm(129, 1), 22);
-  EXPECT_EQ(set_iparm(3, 0), 0);
-  EXPECT_EQ(ip(3), 0);
-  set_iparm(3, 7);
-  EXPECT_EQ(ip(3), 1);
-  set_iparm(3, 0);  // cannot be turned off
-  EXPECT_EQ(ip(3), 1);
+  EXPECT_EQ(set_iparm(41, 99), 0);  // silently ignored
+  EXPECT_EQ(ip(41), 0);
+  // (index, value, the word afterwards), applied in this order. Word 3 cannot be turned off
+  // again (only the reset does it); a zero panel size means 256 with detection switched on.
+  const std::int64_t steps[][3] = {{3, 0, 0},    {3, 7, 1},  {3, 0, 1},  {4, -3, 0},
+                                   {4, 6, 6},    {10, 64, 64}, {19, 1, 1}, {19, 3, 1}, {29, -4, -4}};
+  for (const auto& [k, v, after] : steps) {
+    set_iparm(static_cast<int>(k), v);
+    EXPECT_EQ(ip(k), after) << k << " " << v;
+  }
   skeldatask(0);
-  EXPECT_EQ(ip(3), 0);  // only the reset does it
-  set_iparm(4, -3);
-  EXPECT_EQ(ip(4), 0);
-  set_iparm(4, 6);
-  EXPECT_EQ(ip(4), 6);
-  set_iparm(10, 64);
-  EXPECT_EQ(ip(10), 64);
+  EXPECT_EQ(ip(3), 0);
   set_iparm(10, 0);
   EXPECT_EQ(ip(10), 256);
   EXPECT_EQ(ip(3), 1);
@@ -158,14 +170,6 @@ TEST_F(Skelda, SetIparmAcceptanceRules) {
     set_iparm(k, 0);
     EXPECT_EQ(ip(k), 0);
   }
-  set_iparm(19, 1);
-  EXPECT_EQ(ip(19), 1);
-  set_iparm(19, 3);
-  EXPECT_EQ(ip(19), 1);
-  set_iparm(29, -4);
-  EXPECT_EQ(ip(29), -4);
-  EXPECT_EQ(set_iparm(41, 99), 0);  // silently ignored
-  EXPECT_EQ(ip(41), 0);
   EXPECT_EQ(mmekit::set_rparm(10, 1e-6), 0);
   EXPECT_EQ(skelda_state.rparm(10), 1e-6);
   mmekit::set_rparm(11, -1.0);
@@ -402,9 +406,10 @@ TEST_F(Skelda, OrderingTaskThroughTheFrontEnd) {
     EXPECT_EQ(skelda_state.iparm(48), m);
     ASSERT_TRUE(is_permutation_pair(perm, iperm, n));
     expect_postordered(p, iperm);
-    if (m == 0 && !mmekit::skelda_have_metis())
+    if (m == 0 && !mmekit::skelda_have_metis()) {
       EXPECT_NE(cap.text().find("Caution: You actually use a dummy subroutine for METIS_NodeND.\n"),
                 std::string::npos);
+    }
   }
   // An undefined method value falls through to AMD and records 1.
   skelda_state.iparm(13) = 6;
@@ -560,45 +565,32 @@ TEST_F(Skelda, Statistics) {
             "   Numerical Fact.           (sec) = 0.0 0.0\n"
             "   Sparse Inversion          (sec) = 0.0 0.0\n"
             "   Solution                  (sec) = 0.0 0.0\n");
-  // The names of the other methods, factor types and algorithms, and the unknown ones.
-  const std::vector<std::pair<std::int64_t, std::string>> names = {
-      {0, "= METIS"}, {2, "= QAMD"}, {3, "= AMF"}, {4, "= MMD"}, {9, "= User"}, {8, "= Unknown"}};
-  for (const auto& [m, name] : names) {
-    s.iparm(48) = m;
+  // The names of the other methods (word 48), factor types (19) and algorithms (20, 21), and
+  // of unknown values.
+  const std::vector<std::tuple<int, std::int64_t, std::string>> names = {
+      {48, 0, "Method                 = METIS\n"}, {48, 2, "Method                 = QAMD\n"},
+      {48, 3, "Method                 = AMF\n"},   {48, 4, "Method                 = MMD\n"},
+      {48, 9, "Method                 = User\n"},  {48, 8, "Method                 = Unknown\n"},
+      {19, 1, "Factor Type                     = Cholesky\n"},
+      {19, 7, "Factor Type                     = Unknown\n"},
+      {20, 4, "Factorization     = SN MF w/OpenMP\n"}, {20, 3, "Factorization     = SN MF\n"},
+      {21, 2, "Inversion         = SELINV\n"},        {21, 4, "Inversion         = INVMF w/OpenMP\n"}};
+  for (const auto& [k, v, line] : names) {
+    s.iparm(k) = v;
     cap.clear();
     skeldatask(80);
-    EXPECT_NE(cap.text().find("   Ordering Method                 " + name + "\n"), std::string::npos);
+    EXPECT_NE(cap.text().find(line), std::string::npos) << line;
   }
-  s.iparm(19) = 1;
-  s.iparm(20) = 4;
-  s.iparm(21) = 2;
-  cap.clear();
-  skeldatask(80);
-  EXPECT_NE(cap.text().find("Factor Type                     = Cholesky\n"), std::string::npos);
-  EXPECT_NE(cap.text().find("Factorization     = SN MF w/OpenMP\n"), std::string::npos);
-  EXPECT_NE(cap.text().find("Inversion         = SELINV\n"), std::string::npos);
-  s.iparm(19) = 7;
-  s.iparm(20) = 3;
-  s.iparm(21) = 4;
-  cap.clear();
-  skeldatask(80);
-  EXPECT_NE(cap.text().find("Factor Type                     = Unknown\n"), std::string::npos);
-  EXPECT_NE(cap.text().find("Factorization     = SN MF\n"), std::string::npos);
-  EXPECT_NE(cap.text().find("Inversion         = INVMF w/OpenMP\n"), std::string::npos);
 }
 
 TEST_F(Skelda, ChainRunsTheStepsAndTheNewMatrixRule) {
   install_fake_steps();
-  Pattern p = grid2d(4, 4);
-  std::int32_t n = p.n, st = -1, verbose = 2;
-  Array2<double> rhs(n, 1), sol(n, 1);
-  double det = 0;
-  std::int32_t ival = 0;
+  Mme m(grid2d(4, 4));
+  m.verbose = 2;
+  std::int32_t &st = m.st, &n = m.n;
+  const Pattern& p = m.p;
   mmekit::CaptureOutput cap;
-  auto full = [&](std::int32_t task) {
-    skeldatask(task, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .sol = &sol,
-                      .ival = &ival, .det = &det, .verbose = &verbose, .status = &st});
-  };
+  auto full = [&](std::int32_t task) { skeldatask(task, m.all()); };
   full(50);
   EXPECT_EQ(calls, (std::vector<std::string>{"symfac", "numfac", "solve"}));
   EXPECT_EQ(skelda_state.stage(), 30);
@@ -635,7 +627,7 @@ TEST_F(Skelda, ChainRunsTheStepsAndTheNewMatrixRule) {
     EXPECT_EQ(calls.front(), "numfac") << task;
     EXPECT_EQ((*skelda_state.lnz)(1), 2.0);
   }
-  EXPECT_EQ(ival, n - 1);  // the rank from task 56
+  EXPECT_EQ(m.ival, n - 1);  // the rank from task 56
   // Task 54 has no new-matrix rule: on an inverse the final step finds stage 40 and fails.
   full(61);
   cap.clear();
@@ -663,13 +655,13 @@ TEST_F(Skelda, ChainRunsTheStepsAndTheNewMatrixRule) {
   full(20);
   Array1<std::int32_t> perm = *skelda_state.perm, iperm = *skelda_state.iperm;
   cap.clear();
-  skeldatask(11, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .perm = &perm, .iperm = &iperm, .verbose = &verbose});
+  skeldatask(11, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .perm = &perm, .iperm = &iperm, .verbose = &m.verbose});
   EXPECT_EQ(cap.text(), " SKELDATASK: task= 11 (something)\n"
                         "<setord>  new matrix: all previous results are deleted (init).\n");
   EXPECT_EQ(skelda_state.iparm(48), 9);  // the caller's order survives the reset
   EXPECT_EQ(*skelda_state.perm, perm);
   // At verbosity 3 the reset is reported and every step shows its progress.
-  verbose = 3;
+  m.verbose = 3;
   cap.clear();
   full(20);
   full(10);
@@ -680,35 +672,31 @@ TEST_F(Skelda, ChainRunsTheStepsAndTheNewMatrixRule) {
 
 TEST_F(Skelda, ArgumentChecksGiveStatus20) {
   install_fake_steps();
-  Pattern p = grid2d(3, 3);
-  std::int32_t n = p.n, st = -1, verbose = 1;
-  Array2<double> rhs(n, 1), sol(n, 1);
-  double det = 0;
-  std::int32_t ival = 0;
+  Mme m(grid2d(3, 3));
+  std::int32_t &st = m.st, &verbose = m.verbose, &n = m.n;
   mmekit::CaptureOutput cap;
-  skeldatask(10, {.neq = &n, .ja = &p.ja, .verbose = &verbose, .status = &st});
-  EXPECT_EQ(st, 20);
-  skeldatask(20, {.neq = &n, .ia = &p.ia, .verbose = &verbose, .status = &st});
-  EXPECT_EQ(st, 20);
-  skeldatask(40, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .verbose = &verbose, .status = &st});
-  EXPECT_EQ(st, 20);
-  skeldatask(50, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .verbose = &verbose, .status = &st});
-  EXPECT_EQ(st, 20);
-  skeldatask(90, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .sol = &sol, .verbose = &verbose, .status = &st});
-  EXPECT_EQ(st, 20);
-  skeldatask(55, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .verbose = &verbose, .status = &st});
-  EXPECT_EQ(st, 20);
-  skeldatask(56, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .det = &det, .verbose = &verbose, .status = &st});
-  EXPECT_EQ(st, 20);
+  // Each task with all arguments but one it needs.
+  const std::vector<std::pair<std::int32_t, void (*)(mmekit::SkeldaArgs&)>> lacking = {
+      {10, [](mmekit::SkeldaArgs& a) { a.ia = nullptr; }},  {20, [](mmekit::SkeldaArgs& a) { a.ja = nullptr; }},
+      {40, [](mmekit::SkeldaArgs& a) { a.a = nullptr; }},   {50, [](mmekit::SkeldaArgs& a) { a.sol = nullptr; }},
+      {90, [](mmekit::SkeldaArgs& a) { a.rhs = nullptr; }}, {55, [](mmekit::SkeldaArgs& a) { a.det = nullptr; }},
+      {56, [](mmekit::SkeldaArgs& a) { a.ival = nullptr; }}};
+  for (const auto& [task, drop] : lacking) {
+    mmekit::SkeldaArgs a = m.all();
+    drop(a);
+    st = -1;
+    skeldatask(task, a);
+    EXPECT_EQ(st, 20) << task;
+  }
   EXPECT_TRUE(calls.empty());
   EXPECT_EQ(skelda_state.stage(), 1);
   // Task 61 wants the matrix even when the factor exists.
-  skeldatask(40, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .status = &st});
+  skeldatask(40, {.neq = &n, .ia = &m.p.ia, .ja = &m.p.ja, .a = &m.p.a, .status = &st});
   ASSERT_EQ(st, 0);
-  skeldatask(61, {.ival = &ival, .verbose = &verbose, .status = &st});
+  skeldatask(61, {.ival = &m.ival, .verbose = &verbose, .status = &st});
   EXPECT_EQ(st, 20);
   // But a solve on an existing factor needs only rhs and sol.
-  skeldatask(50, {.rhs = &rhs, .sol = &sol, .status = &st});
+  skeldatask(50, {.rhs = &m.rhs, .sol = &m.sol, .status = &st});
   EXPECT_EQ(st, 0);
   // Task 6 and 7 without their vector.
   skeldatask(6, {.verbose = &verbose, .status = &st});
@@ -768,13 +756,10 @@ TEST_F(Skelda, ConstraintVectors) {
 
 TEST_F(Skelda, ProgressAndReportsAtVerbosity3) {
   install_fake_steps();
-  Pattern p = grid2d(3, 3);
-  std::int32_t n = p.n, st = -1, verbose = 3, ival = 0;
-  Array2<double> rhs(n, 1), sol(n, 1);
-  double det = 0;
+  Mme m(grid2d(3, 3));
+  m.verbose = 3;
   mmekit::CaptureOutput cap;
-  skeldatask(50, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .sol = &sol, .verbose = &verbose,
-                  .status = &st});
+  skeldatask(50, m.all());
   EXPECT_EQ(cap.text(),
             " SKELDATASK: task= 50 (solution)\n"
             " SKELDATASK: [chkarg] Completed successfully.\n"
@@ -796,9 +781,8 @@ TEST_F(Skelda, ProgressAndReportsAtVerbosity3) {
       {61, " SKELDATASK: [spinv ] Computing...\n SKELDATASK: [spinv ] Completed successfully.\n"}};
   for (const auto& [task, tail] : finals) {
     cap.clear();
-    skeldatask(task, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .sol = &sol, .ival = &ival,
-                      .det = &det, .verbose = &verbose, .status = &st});
-    EXPECT_EQ(st, 0) << task;
+    skeldatask(task, m.all());
+    EXPECT_EQ(m.st, 0) << task;
     const std::string text = cap.text();
     ASSERT_GE(text.size(), tail.size());
     EXPECT_EQ(text.substr(text.size() - tail.size()), tail) << task;
@@ -806,8 +790,8 @@ TEST_F(Skelda, ProgressAndReportsAtVerbosity3) {
   // The parameter tasks report under their labels.
   cap.clear();
   std::int32_t parnum = 10, v4 = 64;
-  skeldatask(2, {.parnum = &parnum, .parval4 = &v4, .verbose = &verbose});
-  skeldatask(1, {.verbose = &verbose});
+  skeldatask(2, {.parnum = &parnum, .parval4 = &v4, .verbose = &m.verbose});
+  skeldatask(1, {.verbose = &m.verbose});
   EXPECT_EQ(cap.text(),
             " SKELDATASK: task= 2 (set a parameter)\n"
             " SKELDATASK: [setpar] Completed successfully.\n"

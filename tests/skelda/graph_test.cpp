@@ -11,10 +11,11 @@ using mmekit::Array1;
 
 namespace {
 
-Array1<std::int32_t> arr(std::initializer_list<std::int32_t> v) {
-  Array1<std::int32_t> a(static_cast<std::int64_t>(v.size()));
+template <class T = std::int32_t>
+Array1<T> arr(std::initializer_list<T> v) {
+  Array1<T> a(static_cast<std::int64_t>(v.size()));
   std::int64_t k = 1;
-  for (std::int32_t x : v) a(k++) = x;
+  for (T x : v) a(k++) = x;
   return a;
 }
 
@@ -48,11 +49,7 @@ TEST(CheckIja, EveryFaultHasItsMessage) {
 TEST(CountColumns, CountsAndTheMmeCheck) {
   // Row 1: diagonal only (nonzero); row 2: zero diagonal; row 3: empty; row 4: two entries.
   Array1<std::int32_t> ia = arr({1, 2, 3, 3, 5}), ja = arr({1, 2, 4, 5});
-  Array1<double> a(4);
-  a(1) = 2.0;
-  a(2) = 0.0;
-  a(3) = 1.0;
-  a(4) = 1.0;
+  Array1<double> a = arr<double>({2.0, 0.0, 1.0, 1.0});
   std::int64_t empty = 9, zero = 9, nonzero = 9;
   mmekit::count_columns(4, ia, ja, a, empty, zero, nonzero);
   EXPECT_EQ(empty, 1);

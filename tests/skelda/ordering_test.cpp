@@ -41,16 +41,46 @@ Array1<std::int64_t> widen(const Array1<std::int32_t>& a) {
 
 }  // namespace
 
-TEST(Orderings, EveryMethodGivesAPermutationAndItsInverse) {
+TEST(Orderings, EveryMethodGivesAPermutationAndTheEightByteTwinsAgree) {
+  // Fixed shapes, then sizes 1..80 with densities from empty to nearly complete and a hub row in
+  // every third: every method returns a permutation, and the 8-byte kernels and graph builder
+  // give the same results as the 4-byte ones.
   std::vector<Pattern> pats = {random_graph(500, 1500, 1u), random_graph(200, 3000, 2u),
                                grid2d(17, 13), grid3d(6), disconnected(), from_edges(7, {}),
                                dense(25), from_edges(1, {}), animal_mme(500, 6, 4u)};
-  for (const Pattern& p : pats)
+  std::mt19937 rng(2024u);
+  for (int trial = 0; trial < 150; ++trial) {
+    const std::int32_t n = 1 + static_cast<std::int32_t>(rng() % 80);
+    const std::int32_t edges = static_cast<std::int32_t>(rng() % (n * 4 + 1));
+    std::vector<std::pair<std::int32_t, std::int32_t>> e;
+    for (std::int32_t k = 0; k < edges; ++k)
+      e.push_back({static_cast<std::int32_t>(rng() % n), static_cast<std::int32_t>(rng() % n)});
+    if (trial % 3 == 0)
+      for (std::int32_t v = 0; v < n; ++v) e.push_back({0, v});
+    pats.push_back(from_edges(n, e));
+  }
+  for (std::size_t t = 0; t < pats.size(); ++t) {
+    const Pattern& p = pats[t];
+    Array1<std::int32_t> perm, iperm, xadj, adj;
     for (M m : kMethods) {
-      Array1<std::int32_t> perm, iperm;
       order(m, p, perm, iperm);
-      EXPECT_TRUE(is_permutation_pair(perm, iperm, p.n)) << "n=" << p.n << " method " << int(m);
+      ASSERT_TRUE(is_permutation_pair(perm, iperm, p.n)) << "pattern " << t << " method " << int(m);
     }
+    mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
+    Array1<std::int64_t> x8 = widen(xadj), a8 = widen(adj), perm8, iperm8, gx, ga;
+    mmekit::full_graph8(p.n, widen(p.ia), widen(p.ja), gx, ga);
+    EXPECT_EQ(gx, x8) << t;
+    EXPECT_EQ(ga, a8) << t;
+    mmekit::skelda_amd(p.n, xadj, adj, perm, iperm);
+    mmekit::skelda_amd8(p.n, x8, a8, perm8, iperm8);
+    EXPECT_EQ(widen(perm), perm8) << t;
+    mmekit::skelda_qamd(p.n, xadj, adj, perm, iperm);
+    mmekit::skelda_qamd8(p.n, x8, a8, perm8, iperm8);
+    EXPECT_EQ(widen(perm), perm8) << t;
+    mmekit::skelda_amf(p.n, xadj, adj, perm, iperm);
+    mmekit::skelda_amf8(p.n, x8, a8, perm8, iperm8);
+    EXPECT_EQ(widen(perm), perm8) << t;
+  }
 }
 
 TEST(Orderings, FillBelowTheNaturalOrder) {
@@ -72,42 +102,16 @@ TEST(Orderings, AmdOnHandWorkedGraphs) {
   order(M::amd, star, perm, iperm);
   EXPECT_NE(perm(1), 1);
   EXPECT_EQ(fill_count(star, perm), 11);
-  // A path: minimum degree never fills it.
-  Pattern path = from_edges(8, {{0, 1}, {1, 2}, {2, 3}, {3, 4}, {4, 5}, {5, 6}, {6, 7}});
-  for (M m : {M::amd, M::qamd, M::amf, M::mmd}) {
-    order(m, path, perm, iperm);
-    EXPECT_EQ(fill_count(path, perm), 15) << int(m);
-  }
-  // A tree of any shape is ordered without fill by every minimum-degree relative.
-  std::vector<std::pair<std::int32_t, std::int32_t>> edges;
-  for (std::int32_t v = 1; v < 60; ++v) edges.push_back({v, (v - 1) / 2});
-  Pattern tree = from_edges(60, edges);
-  for (M m : {M::amd, M::qamd, M::amf, M::mmd}) {
-    order(m, tree, perm, iperm);
-    EXPECT_EQ(fill_count(tree, perm), 60 + 59) << int(m);
-  }
-}
-
-TEST(Orderings, EightByteTwinsMatchTheFourByteKernels) {
-  for (const Pattern& p : {grid2d(11, 9), random_graph(300, 900, 8u), disconnected()}) {
-    Array1<std::int32_t> xadj, adj, perm, iperm;
-    mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
-    Array1<std::int64_t> x8 = widen(xadj), a8 = widen(adj), perm8, iperm8;
-    mmekit::skelda_amd(p.n, xadj, adj, perm, iperm);
-    mmekit::skelda_amd8(p.n, x8, a8, perm8, iperm8);
-    EXPECT_EQ(widen(perm), perm8);
-    mmekit::skelda_qamd(p.n, xadj, adj, perm, iperm);
-    mmekit::skelda_qamd8(p.n, x8, a8, perm8, iperm8);
-    EXPECT_EQ(widen(perm), perm8);
-    mmekit::skelda_amf(p.n, xadj, adj, perm, iperm);
-    mmekit::skelda_amf8(p.n, x8, a8, perm8, iperm8);
-    EXPECT_EQ(widen(perm), perm8);
-    // The 8-byte graph builder gives the same graph.
-    Array1<std::int64_t> ia8 = widen(p.ia), ja8 = widen(p.ja), gx, ga;
-    mmekit::full_graph8(p.n, ia8, ja8, gx, ga);
-    EXPECT_EQ(gx, x8);
-    EXPECT_EQ(ga, a8);
-  }
+  // A path and a binary tree: every minimum-degree relative orders a tree without fill
+  // (n + edges nonzeros in L).
+  std::vector<std::pair<std::int32_t, std::int32_t>> path, tree;
+  for (std::int32_t v = 1; v < 8; ++v) path.push_back({v - 1, v});
+  for (std::int32_t v = 1; v < 60; ++v) tree.push_back({v, (v - 1) / 2});
+  for (const Pattern& p : {from_edges(8, path), from_edges(60, tree)})
+    for (M m : {M::amd, M::qamd, M::amf, M::mmd}) {
+      order(m, p, perm, iperm);
+      EXPECT_EQ(fill_count(p, perm), 2 * p.n - 1) << p.n << " " << int(m);
+    }
 }
 
 TEST(Orderings, EightByteEntriesWithoutKernelSayTheyAreMissing) {
@@ -214,57 +218,24 @@ TEST(Amf, ScoreAndBucketRules) {
 
 TEST(Orderings, BothTrianglesGivenStillOrder) {
   // A caller that hands in the whole symmetric pattern: every edge arrives twice in the graph.
-  Pattern up = grid2d(8, 7);
-  Pattern both;
+  // Rows: the diagonal, then the full adjacency of the test's own graph builder.
+  Pattern up = grid2d(8, 7), both;
+  Array1<std::int32_t> xadj, adj;
+  full_graph(up, xadj, adj);
   both.n = up.n;
-  std::vector<std::vector<std::int32_t>> rows(up.n + 1);
-  for (std::int32_t i = 1; i <= up.n; ++i)
-    for (std::int32_t k = up.ia(i); k < up.ia(i + 1); ++k) {
-      rows[i].push_back(up.ja(k));
-      if (up.ja(k) != i) rows[up.ja(k)].push_back(i);
-    }
   both.ia = Array1<std::int32_t>(up.n + 1);
-  std::int32_t total = 0;
-  for (auto& r : rows) total += static_cast<std::int32_t>(r.size());
-  both.ja = Array1<std::int32_t>(total);
-  std::int32_t k = 1;
-  for (std::int32_t i = 1; i <= up.n; ++i) {
+  both.ja = Array1<std::int32_t>(up.n + xadj(up.n + 1) - 1);
+  for (std::int32_t i = 1, k = 1; i <= up.n + 1; ++i) {
     both.ia(i) = k;
-    for (std::int32_t j : rows[i]) both.ja(k++) = j;
+    if (i > up.n) break;
+    both.ja(k++) = i;
+    for (std::int32_t e = xadj(i); e < xadj(i + 1); ++e) both.ja(k++) = adj(e);
   }
-  both.ia(up.n + 1) = k;
   const std::int64_t natural = fill_count(up, identity(up.n));
   for (M m : {M::amd, M::qamd, M::amf, M::mmd}) {
     Array1<std::int32_t> perm, iperm;
     order(m, both, perm, iperm);
     ASSERT_TRUE(is_permutation_pair(perm, iperm, up.n)) << int(m);
     EXPECT_LT(fill_count(up, perm), natural) << int(m);
-  }
-}
-
-TEST(Orderings, ManySmallRandomGraphs) {
-  // Sizes 1..80 and densities from empty to nearly complete, with a few hub rows: every method
-  // must return a permutation, and the 8-byte twins the same one.
-  std::mt19937 rng(2024u);
-  for (int trial = 0; trial < 150; ++trial) {
-    const std::int32_t n = 1 + static_cast<std::int32_t>(rng() % 80);
-    const std::int32_t edges = static_cast<std::int32_t>(rng() % (n * 4 + 1));
-    std::vector<std::pair<std::int32_t, std::int32_t>> e;
-    for (std::int32_t k = 0; k < edges; ++k)
-      e.push_back({static_cast<std::int32_t>(rng() % n), static_cast<std::int32_t>(rng() % n)});
-    if (trial % 3 == 0)
-      for (std::int32_t v = 0; v < n; ++v) e.push_back({0, v});  // a hub
-    Pattern p = from_edges(n, e);
-    for (M m : kMethods) {
-      Array1<std::int32_t> perm, iperm;
-      order(m, p, perm, iperm);
-      ASSERT_TRUE(is_permutation_pair(perm, iperm, n)) << "trial " << trial << " method " << int(m);
-    }
-    Array1<std::int32_t> xadj, adj, perm, iperm;
-    mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
-    Array1<std::int64_t> x8 = widen(xadj), a8 = widen(adj), perm8, iperm8;
-    mmekit::skelda_qamd(n, xadj, adj, perm, iperm);
-    mmekit::skelda_qamd8(n, x8, a8, perm8, iperm8);
-    ASSERT_EQ(widen(perm), perm8) << trial;
   }
 }

@@ -142,7 +142,6 @@ inline std::int64_t fill_count(const Pattern& p, const mmekit::Array1<std::int32
         g[j - 1].insert(i - 1);
       }
     }
-  std::vector<char> gone(p.n, 0);
   std::int64_t total = 0;
   for (std::int32_t k = 1; k <= p.n; ++k) {
     std::int32_t v = perm(k) - 1;
@@ -154,7 +153,6 @@ inline std::int64_t fill_count(const Pattern& p, const mmekit::Array1<std::int32
         if (a != b) g[a].insert(b);
     }
     g[v].clear();
-    gone[v] = 1;
   }
   return total;
 }
