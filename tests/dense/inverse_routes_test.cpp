@@ -9,30 +9,12 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "dense/test_helpers.hpp"
+
 using namespace mmekit;
+using namespace dense_test;
 
 namespace {
-
-densem from_rows(std::initializer_list<std::initializer_list<double>> rows) {
-  const auto n = static_cast<std::int64_t>(rows.size());
-  densem a(n);
-  std::int64_t i = 1;
-  for (const auto& r : rows) {
-    std::int64_t j = 1;
-    for (double v : r) a(i, j++) = v;
-    ++i;
-  }
-  return a;
-}
-
-densem product(const densem& a, const densem& b) {
-  const std::int64_t n = a.order();
-  densem c(n);
-  for (std::int64_t j = 1; j <= n; ++j)
-    for (std::int64_t k = 1; k <= n; ++k)
-      for (std::int64_t i = 1; i <= n; ++i) c(i, j) += a(i, k) * b(k, j);
-  return c;
-}
 
 bool starts_with(const std::string& s, const std::string& p) { return s.rfind(p, 0) == 0; }
 
