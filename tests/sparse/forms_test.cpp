@@ -15,20 +15,12 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "sparse/test_helpers.hpp"
+
 using namespace mmekit;
+using sparse_test::stop_text;
 
 namespace {
-
-std::string stop_text(const std::function<void()>& f, std::string* printed = nullptr) {
-  CaptureOutput cap;
-  try {
-    f();
-  } catch (const Stop& e) {
-    if (printed) *printed = cap.text();
-    return e.what();
-  }
-  return "<no stop>";
-}
 
 // A random sparse symmetric matrix, held at once as a dense matrix with both triangles, an
 // upper-stored hash matrix, and the upper and full row forms. Some elements are zero-valued.

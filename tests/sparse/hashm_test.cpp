@@ -14,7 +14,10 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "sparse/test_helpers.hpp"
+
 using namespace mmekit;
+using sparse_test::stop_text;
 
 namespace {
 
@@ -54,17 +57,6 @@ struct Params : ::testing::Test {
   void SetUp() override { reset_sparse_parameters(); }
   void TearDown() override { reset_sparse_parameters(); }
 };
-
-std::string stop_text(const std::function<void()>& f, std::string* printed = nullptr) {
-  CaptureOutput cap;
-  try {
-    f();
-  } catch (const Stop& e) {
-    if (printed) *printed = cap.text();
-    return e.what();
-  }
-  return "<no stop>";
-}
 
 }  // namespace
 

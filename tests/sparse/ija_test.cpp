@@ -15,20 +15,12 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "sparse/test_helpers.hpp"
+
 using namespace mmekit;
+using sparse_test::stop_text;
 
 namespace {
-
-std::string stop_text(const std::function<void()>& f, std::string* printed = nullptr) {
-  CaptureOutput cap;
-  try {
-    f();
-  } catch (const Stop& e) {
-    if (printed) *printed = cap.text();
-    return e.what();
-  }
-  return "<no stop>";
-}
 
 // A random sparse symmetric matrix accumulated twice: into an upper hash matrix by adds of
 // the upper positions (each hit several times, some values zero), and directly into a dense

@@ -17,7 +17,10 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "sparse/test_helpers.hpp"
+
 using namespace mmekit;
+using sparse_test::stop_text;
 
 namespace {
 
@@ -25,16 +28,6 @@ struct SolveTest : ::testing::Test {
   void SetUp() override { reset_sparse_parameters(); }
   void TearDown() override { reset_sparse_parameters(); }
 };
-
-std::string stop_text(const std::function<void()>& f) {
-  CaptureOutput cap;
-  try {
-    f();
-  } catch (const Stop& e) {
-    return e.what();
-  }
-  return "<no stop>";
-}
 
 // A random sparse symmetric diagonally dominant matrix in an upper hash matrix and densely.
 void random_dominant(int n, unsigned seed, sparse_hashm& h, densem& d) {

@@ -1,0 +1,25 @@
+// Shared pieces of the sparse-matrix tests.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "support/output.hpp"
+#include "support/stop.hpp"
+
+namespace sparse_test {
+
+// Runs `f` with its output captured and returns the text of the Stop it throws, or
+// "<no stop>" when it returns; what it printed goes to `printed` when asked for.
+inline std::string stop_text(const std::function<void()>& f, std::string* printed = nullptr) {
+  mmekit::CaptureOutput cap;
+  try {
+    f();
+  } catch (const mmekit::Stop& e) {
+    if (printed) *printed = cap.text();
+    return e.what();
+  }
+  return "<no stop>";
+}
+
+}  // namespace sparse_test
