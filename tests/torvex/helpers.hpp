@@ -98,15 +98,6 @@ inline int dense_rank(Dense d, int n) {
   return r;
 }
 
-// The sub-matrix of the rows and columns in `keep`.
-inline Dense sub(const Dense& d, int n, const std::vector<int>& keep) {
-  const int m = static_cast<int>(keep.size());
-  Dense s(static_cast<std::size_t>(m) * m);
-  for (int j = 0; j < m; ++j)
-    for (int i = 0; i < m; ++i) at(s, m, i, j) = at(d, n, keep[static_cast<std::size_t>(i)], keep[static_cast<std::size_t>(j)]);
-  return s;
-}
-
 // Inverse of an SPD matrix by LAPACK (both triangles filled) and its log-determinant.
 inline Dense spd_inverse(Dense d, int n, double* logdet = nullptr) {
   EXPECT_EQ(mmekit::blas::potrf('L', n, d.data(), n), 0);
@@ -124,9 +115,13 @@ inline Dense spd_inverse(Dense d, int n, double* logdet = nullptr) {
 // log-determinant of that part.
 inline Dense kept_inverse(const Dense& d, int n, const std::vector<int>& keep, double* logdet = nullptr) {
   const int m = static_cast<int>(keep.size());
-  Dense ikk = spd_inverse(sub(d, n, keep), m, logdet), g(static_cast<std::size_t>(n) * n, 0.0);
+  auto kept = [&](int i) { return keep[static_cast<std::size_t>(i)]; };
+  Dense s(static_cast<std::size_t>(m) * m), g(static_cast<std::size_t>(n) * n, 0.0);
   for (int j = 0; j < m; ++j)
-    for (int i = 0; i < m; ++i) at(g, n, keep[static_cast<std::size_t>(i)], keep[static_cast<std::size_t>(j)]) = at(ikk, m, i, j);
+    for (int i = 0; i < m; ++i) at(s, m, i, j) = at(d, n, kept(i), kept(j));
+  s = spd_inverse(s, m, logdet);
+  for (int j = 0; j < m; ++j)
+    for (int i = 0; i < m; ++i) at(g, n, kept(i), kept(j)) = at(s, m, i, j);
   return g;
 }
 
