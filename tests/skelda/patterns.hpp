@@ -49,7 +49,7 @@ inline Pattern from_edges(std::int32_t n, std::vector<std::pair<std::int32_t, st
   return p;
 }
 
-inline Pattern grid2d(std::int32_t nx, std::int32_t ny) {
+inline std::vector<std::pair<std::int32_t, std::int32_t>> grid_edges(std::int32_t nx, std::int32_t ny) {
   std::vector<std::pair<std::int32_t, std::int32_t>> e;
   for (std::int32_t y = 0; y < ny; ++y)
     for (std::int32_t x = 0; x < nx; ++x) {
@@ -57,8 +57,10 @@ inline Pattern grid2d(std::int32_t nx, std::int32_t ny) {
       if (x + 1 < nx) e.push_back({v, v + 1});
       if (y + 1 < ny) e.push_back({v, v + nx});
     }
-  return from_edges(nx * ny, e);
+  return e;
 }
+
+inline Pattern grid2d(std::int32_t nx, std::int32_t ny) { return from_edges(nx * ny, grid_edges(nx, ny)); }
 
 inline Pattern grid3d(std::int32_t m) {
   std::vector<std::pair<std::int32_t, std::int32_t>> e;
@@ -91,13 +93,7 @@ inline Pattern dense(std::int32_t n) {
 // Several components: a grid, a path, isolated nodes and a small clique, interleaved by a
 // scrambling of the numbers.
 inline Pattern disconnected() {
-  std::vector<std::pair<std::int32_t, std::int32_t>> e;
-  for (std::int32_t y = 0; y < 5; ++y)
-    for (std::int32_t x = 0; x < 5; ++x) {
-      std::int32_t v = y * 5 + x;
-      if (x + 1 < 5) e.push_back({v, v + 1});
-      if (y + 1 < 5) e.push_back({v, v + 5});
-    }
+  std::vector<std::pair<std::int32_t, std::int32_t>> e = grid_edges(5, 5);
   for (std::int32_t v = 25; v < 34; ++v) e.push_back({v, v + 1});
   for (std::int32_t i = 40; i < 45; ++i)
     for (std::int32_t j = i + 1; j < 45; ++j) e.push_back({i, j});
