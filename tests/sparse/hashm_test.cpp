@@ -53,10 +53,7 @@ std::vector<std::int64_t> ref_pair_slots(std::int64_t i, std::int64_t j, std::in
   return out;
 }
 
-struct Params : ::testing::Test {
-  void SetUp() override { reset_sparse_parameters(); }
-  void TearDown() override { reset_sparse_parameters(); }
-};
+using Params = sparse_test::FreshParameters;
 
 }  // namespace
 

@@ -12,15 +12,13 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "sparse/test_helpers.hpp"
+
 using namespace mmekit;
 
 namespace {
 
-// Restores the package parameters after each test.
-struct KrylovTest : ::testing::Test {
-  void SetUp() override { reset_sparse_parameters(); }
-  void TearDown() override { reset_sparse_parameters(); }
-};
+using KrylovTest = sparse_test::FreshParameters;
 
 densem random_spd(int n, double density, unsigned seed) {
   std::mt19937 g(seed);

@@ -24,10 +24,7 @@ using sparse_test::stop_text;
 
 namespace {
 
-struct SolveTest : ::testing::Test {
-  void SetUp() override { reset_sparse_parameters(); }
-  void TearDown() override { reset_sparse_parameters(); }
-};
+using SolveTest = sparse_test::FreshParameters;
 
 // A random sparse symmetric diagonally dominant matrix in an upper hash matrix and densely.
 void random_dominant(int n, unsigned seed, sparse_hashm& h, densem& d) {

@@ -1,9 +1,12 @@
 // Shared pieces of the sparse-matrix tests.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <string>
 
+#include "sparse/hashm.hpp"
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
@@ -21,5 +24,11 @@ inline std::string stop_text(const std::function<void()>& f, std::string* printe
   }
   return "<no stop>";
 }
+
+// Starts and ends every test with the package parameters at their defaults.
+struct FreshParameters : ::testing::Test {
+  void SetUp() override { mmekit::reset_sparse_parameters(); }
+  void TearDown() override { mmekit::reset_sparse_parameters(); }
+};
 
 }  // namespace sparse_test
