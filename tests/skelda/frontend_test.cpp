@@ -704,11 +704,11 @@ TEST_F(Skelda, ArgumentChecksGiveStatus20) {
 
 TEST_F(Skelda, ConstraintVectors) {
   install_fake_steps();
-  Pattern p = grid2d(3, 3);
-  std::int32_t n = p.n, st = -1, verbose = 2;
-  Array1<std::int32_t> c(n, 0), g(n, 0);
+  Mme m(grid2d(3, 3));
+  m.verbose = 2;
+  std::int32_t &n = m.n, &st = m.st, &verbose = m.verbose;
+  Array1<std::int32_t> c(n, 0), g(n, 0), other(n, 1);
   for (std::int32_t i = 1; i <= n; ++i) c(i) = i % 2;
-  Array2<double> rhs(n, 1), sol(n, 1);
   mmekit::CaptureOutput cap;
   // Before a factor exists the store fails with status 3.
   skeldatask(6, {.setc = &c, .verbose = &verbose, .status = &st});
@@ -718,7 +718,10 @@ TEST_F(Skelda, ConstraintVectors) {
   // setc handed to the chain: stored right after symbolic work, where the stage is 20, so it
   // fails with status 3 while the messages still appear, and the chain goes on.
   cap.clear();
-  skeldatask(40, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .setc = &c, .verbose = &verbose, .status = &st});
+  mmekit::SkeldaArgs with_c = m.all(), with_g = m.all();
+  with_c.setc = &c;
+  with_g.getc = &other;
+  skeldatask(40, with_c);
   EXPECT_EQ(st, 0);
   EXPECT_EQ(skelda_state.stage(), 30);
   EXPECT_EQ(skelda_state.iparm(2), 0);
@@ -737,10 +740,8 @@ TEST_F(Skelda, ConstraintVectors) {
   EXPECT_EQ(st, 0);
   EXPECT_EQ(g, c);
   // getc in a chain that refactorises is stored, not read back.
-  Array1<std::int32_t> other(n, 1);
-  skeldatask(61, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .status = &st});
-  skeldatask(50, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .rhs = &rhs, .sol = &sol, .getc = &other,
-                  .status = &st});
+  skeldatask(61, m.all());
+  skeldatask(50, with_g);
   EXPECT_EQ(st, 0);
   skeldatask(7, {.getc = &g, .status = &st});
   EXPECT_EQ(g, other);
