@@ -10,12 +10,14 @@
 #include "support/stop.hpp"
 #include "torvex/torvex.hpp"
 #include "helpers.hpp"
+#include "common/stop_text.hpp"
 
 // The designated initialisers below leave every other argument absent on purpose.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 using namespace mmekit;
 using namespace torvex_test;
+using mmekit::testing_support::stop_text;
 
 namespace {
 
@@ -33,15 +35,6 @@ Array1<double> to_array(const std::vector<double>& v) {
   Array1<double> a(static_cast<std::int64_t>(v.size()));
   for (std::size_t i = 0; i < v.size(); ++i) a(static_cast<std::int64_t>(i + 1)) = v[i];
   return a;
-}
-
-std::string stop_text(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Stop& s) {
-    return s.what();
-  }
-  return "(no stop)";
 }
 
 }  // namespace
