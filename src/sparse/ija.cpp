@@ -141,14 +141,18 @@ void hashia(const double* table, std::int32_t m_hash, std::int32_t n, Array1<std
     out() << sparse_detail::free_item(bad) << sparse_detail::message(" elements in HASH->IJA conversion had index(es) over ", n) << '\n';
 }
 
-void HASHM_UPPER_FULL(sparse_hashm& target, const sparse_hashm& source) {
-  if (source.storage != 'u') stop("HASHM_UPPER_FULL: original matrix not upper");
+namespace {
+
+// Makes `target` a fresh hash matrix of storage `to` from the elements of `source`; `place`
+// adds one element (value, row, column) to it. A target that is the source works from a copy.
+template <class Place>
+void restore(sparse_hashm& target, const sparse_hashm& source, char to, Place place) {
   if (&target == &source) {
     const sparse_hashm copy = source;
-    HASHM_UPPER_FULL(target, copy);
+    restore(target, copy, to, place);
     return;
   }
-  init_sparse_hashm(target, source.n, std::nullopt, 'f');
+  init_sparse_hashm(target, source.n, std::nullopt, to);
   const std::int64_t slots = source.allocated() ? source.hash_size : 0;
   const double* x = source.x.data();
   for (std::int64_t k = 0; k < slots; ++k) {
@@ -156,28 +160,25 @@ void HASHM_UPPER_FULL(sparse_hashm& target, const sparse_hashm& source) {
     if (s[0] == 0.0) continue;
     const auto i = static_cast<std::int32_t>(trunc_index(s[0]));
     const auto j = static_cast<std::int32_t>(trunc_index(s[1]));
-    addm_sparse_hashm(s[2], i, j, target);
-    if (i < j) addm_sparse_hashm(s[2], j, i, target);
+    place(s[2], i, j);
   }
+}
+
+}  // namespace
+
+void HASHM_UPPER_FULL(sparse_hashm& target, const sparse_hashm& source) {
+  if (source.storage != 'u') stop("HASHM_UPPER_FULL: original matrix not upper");
+  restore(target, source, 'f', [&target](double v, std::int32_t i, std::int32_t j) {
+    addm_sparse_hashm(v, i, j, target);
+    if (i < j) addm_sparse_hashm(v, j, i, target);
+  });
 }
 
 void HASHM_FULL_UPPER(sparse_hashm& target, const sparse_hashm& source) {
   if (source.storage != 'f') stop("HASHM_FULL_UPPER: original matrix not full storage");
-  if (&target == &source) {
-    const sparse_hashm copy = source;
-    HASHM_FULL_UPPER(target, copy);
-    return;
-  }
-  init_sparse_hashm(target, source.n, std::nullopt, 'u');
-  const std::int64_t slots = source.allocated() ? source.hash_size : 0;
-  const double* x = source.x.data();
-  for (std::int64_t k = 0; k < slots; ++k) {
-    const double* s = x + 3 * k;
-    if (s[0] == 0.0) continue;
-    const auto i = static_cast<std::int32_t>(trunc_index(s[0]));
-    const auto j = static_cast<std::int32_t>(trunc_index(s[1]));
-    if (i <= j) addm_sparse_hashm(s[2], i, j, target);
-  }
+  restore(target, source, 'u', [&target](double v, std::int32_t i, std::int32_t j) {
+    if (i <= j) addm_sparse_hashm(v, i, j, target);
+  });
 }
 
 void hash_from_ija(sparse_hashm& target, const sparse_ija& source) {
