@@ -167,6 +167,28 @@ float per_round(double seconds, std::int32_t rounds) {
   return rounds > 0 ? static_cast<float>(seconds / rounds) : 0.0f;
 }
 
+// Parts shared by CGS and BiCGSTAB.
+
+// A breakdown: the message, and the solution set to zero.
+void give_up(Problem& p, const char* text) {
+  print_free(text);
+  std::fill(p.x.begin(), p.x.end(), 0.0);
+}
+
+// The convergence after round k from the residual, printed; true when the iteration stops.
+bool end_of_round(const Problem& p, std::int32_t k, double& conv) {
+  conv = dot(p.r, p.r) / p.bb;
+  print_free("round ", k, "   convergence=", conv);
+  return conv < static_cast<double>(sparse_param.solve_conv) || k >= sparse_param.solve_rounds;
+}
+
+// The solution written back and the closing line.
+void close_run(const Problem& p, SolverVector x, std::int32_t rounds, double conv, double t0) {
+  finish(p, x);
+  print_free(rounds, " iterations,   convergence criterion=", conv, " sec/round=",
+             per_round(cpu_seconds() - t0, rounds));
+}
+
 // ---- PCG --------------------------------------------------------------------------------------
 
 template <class Op>
@@ -223,15 +245,13 @@ void cgs(const Op& op, ConstSolverVector bv, SolverVector xv, std::optional<std:
   const auto n = static_cast<std::size_t>(P.n);
   const Vec rt = P.r;  // the shadow residual
   Vec u(n), p(n), q(n), ph(n), vh(n), uh(n), qh(n), t(n);
-  const double limit = static_cast<double>(sparse_param.solve_conv);
   double conv = 0.0, rho_old = 0.0;
   std::int32_t rounds = 0;
   for (std::int32_t k = 1; k <= sparse_param.solve_rounds; ++k) {
     rounds = k;
     const double rho = dot(rt, P.r);
     if (rho == 0.0) {
-      print_free("CGS Fail ");
-      std::fill(P.x.begin(), P.x.end(), 0.0);
+      give_up(P, "CGS Fail ");
       break;
     }
     if (k == 1) {
@@ -253,14 +273,10 @@ void cgs(const Op& op, ConstSolverVector bv, SolverVector xv, std::optional<std:
     for (std::size_t i = 0; i < n; ++i) P.x[i] += alpha * uh[i];
     op.multiply(uh.data(), qh.data());
     for (std::size_t i = 0; i < n; ++i) P.r[i] -= alpha * qh[i];
-    conv = dot(P.r, P.r) / P.bb;
-    print_free("round ", k, "   convergence=", conv);
-    if (conv < limit || k >= sparse_param.solve_rounds) break;
+    if (end_of_round(P, k, conv)) break;
     rho_old = rho;
   }
-  finish(P, xv);
-  print_free(rounds, " iterations,   convergence criterion=", conv, " sec/round=",
-             per_round(cpu_seconds() - t0, rounds));
+  close_run(P, xv, rounds, conv, t0);
 }
 
 // ---- BiCGSTAB ---------------------------------------------------------------------------------
@@ -278,15 +294,11 @@ void bicgstab(const Op& op, ConstSolverVector bv, SolverVector xv, std::optional
   const double limit = static_cast<double>(sparse_param.solve_conv);
   double conv = 0.0, rho_old = 0.0, alpha = 0.0, omega = 0.0;
   std::int32_t rounds = 0;
-  auto fail = [&] {
-    print_free("BiCGSAB Fail ");
-    std::fill(P.x.begin(), P.x.end(), 0.0);
-  };
   for (std::int32_t k = 1; k <= sparse_param.solve_rounds; ++k) {
     rounds = k;
     const double rho = dot(rt, P.r);
     if (rho == 0.0) {
-      fail();
+      give_up(P, "BiCGSAB Fail ");
       break;
     }
     if (k == 1) {
@@ -310,21 +322,17 @@ void bicgstab(const Op& op, ConstSolverVector bv, SolverVector xv, std::optional
     op.multiply(sh.data(), t.data());
     omega = dot(t, s) / dot(t, t);
     if (omega == 0.0) {
-      fail();
+      give_up(P, "BiCGSAB Fail ");
       break;
     }
     for (std::size_t i = 0; i < n; ++i) {
       P.x[i] += alpha * ph[i] + omega * sh[i];
       P.r[i] = s[i] - omega * t[i];
     }
-    conv = dot(P.r, P.r) / P.bb;
-    print_free("round ", k, "   convergence=", conv);
-    if (conv < limit || k >= sparse_param.solve_rounds) break;
+    if (end_of_round(P, k, conv)) break;
     rho_old = rho;
   }
-  finish(P, xv);
-  print_free(rounds, " iterations,   convergence criterion=", conv, " sec/round=",
-             per_round(cpu_seconds() - t0, rounds));
+  close_run(P, xv, rounds, conv, t0);
 }
 
 }  // namespace
