@@ -236,37 +236,36 @@ void hashm_rows(const sparse_hashm& a, std::int32_t n, Array1<std::int64_t>& row
     if (row(i + 1) == 0) row(i + 1) = row(i);
 }
 
-void SOLVE_DENSEM(const densem& a, ConstSolverVector rhs, SolverVector sol) {
-  const auto n = static_cast<std::int32_t>(a.order());
-  check_lengths("SOLVE_DENSEM", n, rhs, sol);
+namespace {
+
+// The vector forms: lengths checked, then solve(n, a, rhs, sol, who) on contiguous copies of
+// strided vectors, the solution copied back at the end.
+template <class Matrix, class Solve>
+void solve_vectors(const char* who, std::int32_t n, Matrix& a, ConstSolverVector rhs, SolverVector sol,
+                   Solve solve) {
+  check_lengths(who, n, rhs, sol);
   ContiguousIn r(rhs, n);
   Contiguous s(sol, n);
-  densem_solve(n, a, r.data(), s.data(), "SOLVE_DENSEM");
+  solve(n, a, r.data(), s.data(), who);
+}
+
+}  // namespace
+
+void SOLVE_DENSEM(const densem& a, ConstSolverVector rhs, SolverVector sol) {
+  solve_vectors("SOLVE_DENSEM", static_cast<std::int32_t>(a.order()), a, rhs, sol, densem_solve);
 }
 
 void SOLVE_DENSE_SYMM(const dense_symm& a, ConstSolverVector rhs, SolverVector sol) {
-  const auto n = static_cast<std::int32_t>(a.order());
-  check_lengths("SOLVE_DENSE_SYMM", n, rhs, sol);
-  ContiguousIn r(rhs, n);
-  Contiguous s(sol, n);
-  symm_solve(n, a, r.data(), s.data(), "SOLVE_DENSE_SYMM");
+  solve_vectors("SOLVE_DENSE_SYMM", static_cast<std::int32_t>(a.order()), a, rhs, sol, symm_solve);
 }
 
 void SOLVE_SPARSE_HASHM(sparse_hashm& a, ConstSolverVector rhs, SolverVector sol) {
-  const std::int32_t n = a.n > 0 ? a.n : 0;
   if (a.storage == 'f') stop("SOLVE_SPARSE_HASHM: not yet implemented for full-stored matrix");
-  check_lengths("SOLVE_SPARSE_HASHM", n, rhs, sol);
-  ContiguousIn r(rhs, n);
-  Contiguous s(sol, n);
-  hash_solve(n, a, r.data(), s.data(), "SOLVE_SPARSE_HASHM");
+  solve_vectors("SOLVE_SPARSE_HASHM", a.n > 0 ? a.n : 0, a, rhs, sol, hash_solve);
 }
 
 void SOLVE_IJA(const sparse_ija& a, ConstSolverVector rhs, SolverVector sol) {
-  const std::int32_t n = a.n > 0 ? a.n : 0;
-  check_lengths("SOLVE_IJA", n, rhs, sol);
-  ContiguousIn r(rhs, n);
-  Contiguous s(sol, n);
-  ija_solve(n, a, r.data(), s.data(), "SOLVE_IJA");
+  solve_vectors("SOLVE_IJA", a.n > 0 ? a.n : 0, a, rhs, sol, ija_solve);
 }
 
 void SOLVE_DENSEM_N(std::int32_t n, const densem& a, const double* rhs, double* sol) {
