@@ -111,6 +111,32 @@ constexpr int kMaxProbes = 5000;
 
 inline std::uint64_t key_bits(double v) { return static_cast<std::uint64_t>(trunc_index(v)); }
 
+// A key position as stored in a table: real tables hold whole numbers.
+inline double stored(double v) { return static_cast<double>(trunc_index(v)); }
+inline std::int32_t stored(std::int32_t v) { return v; }
+
+// One probe of the key-vector tables at slot k, whose nk key positions start at s. Returns k
+// when the slot holds the key or is empty (for mode 1 an empty slot takes the key and is
+// counted; for mode 0 an empty slot gives 0), and -1 when it holds another key.
+template <class T, class N, class C>
+inline std::int64_t probe_slot(T* s, std::int64_t k, const T* key, N nk, std::int64_t mode, C& count) {
+  bool empty = true, equal = true;
+  for (N p = 0; p < nk; ++p) {
+    const T v = stored(s[p]);
+    if (v != 0) empty = false;
+    if (v != key[p]) equal = false;
+  }
+  if (empty) {
+    if (mode == 0) return 0;
+    if (mode == 1) {
+      for (N p = 0; p < nk; ++p) s[p] = key[p];
+      ++count;
+    }
+    return k;
+  }
+  return equal ? k : -1;
+}
+
 }  // namespace
 
 void hash_mix3(std::uint64_t& a, std::uint64_t& b, std::uint64_t& c) { mix3_inline(a, b, c); }
@@ -186,22 +212,8 @@ I hash_vector_impl(const double* key, std::int64_t nk, double* table, std::int64
   std::uint16_t probe = 0;
   for (;;) {
     const std::int64_t k = static_cast<std::int64_t>(c & mask) + 1;
-    double* s = table + (k - 1) * rows;
-    bool empty = true, equal = true;
-    for (std::int64_t p = 0; p < nk; ++p) {
-      const std::int64_t v = trunc_index(s[p]);
-      if (v != 0) empty = false;
-      if (static_cast<double>(v) != key[p]) equal = false;
-    }
-    if (empty) {
-      if (mode == 0) return 0;
-      if (mode == 1) {
-        for (std::int64_t p = 0; p < nk; ++p) s[p] = key[p];
-        ++count;
-      }
-      return static_cast<I>(k);
-    }
-    if (equal) return static_cast<I>(k);
+    const std::int64_t got = probe_slot(table + (k - 1) * rows, k, key, nk, mode, count);
+    if (got >= 0) return static_cast<I>(got);
     if (++probe >= kMaxProbes) return -1;
     mix3_inline(a, b, c);
   }
@@ -233,22 +245,8 @@ std::int32_t hash_prime_real(const double* key, std::int32_t nk, double* table, 
   const std::int64_t r = h % hash_size;
   std::int64_t slot = (r < 0 ? -r : r) + 1;
   for (int probe = 0;;) {
-    double* s = table + (slot - 1) * rows;
-    bool empty = true, equal = true;
-    for (std::int32_t p = 0; p < nk; ++p) {
-      const std::int64_t v = trunc_index(s[p]);
-      if (v != 0) empty = false;
-      if (static_cast<double>(v) != key[p]) equal = false;
-    }
-    if (empty) {
-      if (mode == 0) return 0;
-      if (mode == 1) {
-        for (std::int32_t p = 0; p < nk; ++p) s[p] = key[p];
-        ++count;
-      }
-      return static_cast<std::int32_t>(slot);
-    }
-    if (equal) return static_cast<std::int32_t>(slot);
+    const std::int64_t got = probe_slot(table + (slot - 1) * rows, slot, key, nk, mode, count);
+    if (got >= 0) return static_cast<std::int32_t>(got);
     if (++probe >= kMaxProbes) return -1;
     slot = ((slot + 16) % hash_size) + 1;
   }
@@ -265,21 +263,8 @@ std::int32_t hash_prime_int(const std::int32_t* key, std::int32_t nk, std::int32
   const std::int32_t r = h % hash_size;
   std::int64_t slot = (r < 0 ? -static_cast<std::int64_t>(r) : r) + 1;
   for (int probe = 0;;) {
-    std::int32_t* s = table + (slot - 1) * rows;
-    bool empty = true, equal = true;
-    for (std::int32_t p = 0; p < nk; ++p) {
-      if (s[p] != 0) empty = false;
-      if (s[p] != key[p]) equal = false;
-    }
-    if (empty) {
-      if (mode == 0) return 0;
-      if (mode == 1) {
-        for (std::int32_t p = 0; p < nk; ++p) s[p] = key[p];
-        ++count;
-      }
-      return static_cast<std::int32_t>(slot);
-    }
-    if (equal) return static_cast<std::int32_t>(slot);
+    const std::int64_t got = probe_slot(table + (slot - 1) * rows, slot, key, nk, mode, count);
+    if (got >= 0) return static_cast<std::int32_t>(got);
     if (++probe > 10000) stop("hash table search too slow");
     slot = ((slot + 16) % hash_size) + 1;
   }
