@@ -142,6 +142,15 @@ void pack_symm(const densem_t<T>& full, dense_symm_t<T>& packed) {
     for (std::int64_t j = i; j <= n; ++j, ++pos) packed(pos) = full(i, j);
 }
 
+// A packed matrix worked on in full storage: unpacked, `work` applied, packed back.
+template <class T, class Work>
+void on_full(dense_symm_t<T>& a, Work work) {
+  densem_t<T> full;
+  unpack_symm(a, full);
+  work(full);
+  pack_symm(full, a);
+}
+
 template <class T>
 void fact_chol(densem_t<T>& a, std::int32_t& rank) {
   rank = chol_full(a.data(), a.order());
@@ -153,10 +162,7 @@ void fact_chol(densem_t<T>& a) {
 }
 template <class T>
 void fact_chol(dense_symm_t<T>& a, std::int32_t& rank) {
-  densem_t<T> full;
-  unpack_symm(a, full);
-  fact_chol(full, rank);
-  pack_symm(full, a);
+  on_full(a, [&rank](densem_t<T>& full) { fact_chol(full, rank); });
 }
 template <class T>
 void fact_chol(dense_symm_t<T>& a) {
@@ -176,10 +182,7 @@ void ginverse(densem_t<T>& a) {
 }
 template <class T>
 void ginverse(dense_symm_t<T>& a, std::int32_t& rank) {
-  densem_t<T> full;
-  unpack_symm(a, full);
-  ginverse(full, rank);
-  pack_symm(full, a);
+  on_full(a, [&rank](densem_t<T>& full) { ginverse(full, rank); });
 }
 template <class T>
 void ginverse(dense_symm_t<T>& a) {
