@@ -30,13 +30,17 @@ void convert_upper(sparse_ija& target, const sparse_hashm& source, bool full) {
   const std::int64_t slots = source.allocated() ? source.hash_size : 0;
   const double* x = source.x.data();
   std::vector<std::int64_t> c(static_cast<std::size_t>(n) + 1, 0);  // c[i], 1-based
-  auto in_range = [n](std::int64_t i, std::int64_t j) { return i >= 1 && j >= 1 && i <= n && j <= n; };
-  for (std::int64_t k = 0; k < slots; ++k) {
-    const double* s = x + 3 * k;
-    const std::int64_t i = trunc_index(s[0]);
-    if (i <= 0) continue;
-    const std::int64_t j = trunc_index(s[1]);
-    if (!in_range(i, j)) continue;
+  // Both passes see the elements whose indices lie in 1..n: each(i, j, value).
+  auto elements = [n, slots, x](auto each) {
+    for (std::int64_t k = 0; k < slots; ++k) {
+      const double* s = x + 3 * k;
+      const std::int64_t i = trunc_index(s[0]);
+      if (i <= 0) continue;
+      const std::int64_t j = trunc_index(s[1]);
+      if (i <= n && j >= 1 && j <= n) each(i, j, s[2]);
+    }
+  };
+  elements([&](std::int64_t i, std::int64_t j, double) {
     if (full) {
       if (i < j) {
         ++c[static_cast<std::size_t>(i)];
@@ -46,7 +50,7 @@ void convert_upper(sparse_ija& target, const sparse_hashm& source, bool full) {
       // An element below the diagonal cannot be placed in the upper form, so it is not counted.
       ++c[static_cast<std::size_t>(i)];
     }
-  }
+  });
   std::int64_t total = n;
   for (std::int32_t i = 1; i <= n; ++i) total += c[static_cast<std::size_t>(i)];
   if (total > kMaxI4) too_many(total);
@@ -66,25 +70,20 @@ void convert_upper(sparse_ija& target, const sparse_hashm& source, bool full) {
   std::int32_t* ia = target.ia.data() - 1;  // 1-based views of the three arrays
   std::int32_t* ja = target.ja.data() - 1;
   double* av = target.a.data() - 1;
-  for (std::int64_t k = 0; k < slots; ++k) {
-    const double* s = x + 3 * k;
-    const std::int64_t i = trunc_index(s[0]);
-    if (i <= 0) continue;
-    const std::int64_t j = trunc_index(s[1]);
-    if (!in_range(i, j)) continue;
+  elements([&](std::int64_t i, std::int64_t j, double v) {
     if (i == j) {
-      av[ia[i]] = s[2];
+      av[ia[i]] = v;
     } else if (i < j) {
       std::int64_t pos = ia[i] + c[static_cast<std::size_t>(i)]++;
       ja[pos] = static_cast<std::int32_t>(j);
-      av[pos] = s[2];
+      av[pos] = v;
       if (full) {
         pos = ia[j] + c[static_cast<std::size_t>(j)]++;
         ja[pos] = static_cast<std::int32_t>(i);
-        av[pos] = s[2];
+        av[pos] = v;
       }
     }
-  }
+  });
 }
 
 }  // namespace
