@@ -14,7 +14,10 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "common/stop_output.hpp"
+
 using namespace mmekit;
+using mmekit::testing_support::printed::stop_text;
 
 namespace {
 
@@ -50,12 +53,6 @@ std::pair<std::int32_t, std::int32_t> phrase(const char* p) {
 }
 
 // Runs `body`, expects a stop, and returns what was printed.
-std::string stop_text(const std::function<void()>& body) {
-  CaptureOutput cap;
-  EXPECT_THROW(body(), Stop);
-  return cap.text();
-}
-
 class Random : public ::testing::Test {
  protected:
   void SetUp() override { reset_random_package(); }

@@ -16,16 +16,12 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "common/stop_output.hpp"
+
 using namespace mmekit;
+using mmekit::testing_support::printed::stop_text;
 
 namespace {
-
-template <class F>
-std::string stop_text(F body) {
-  CaptureOutput cap;
-  EXPECT_THROW(body(), Stop);
-  return cap.text();
-}
 
 std::string file_text(const std::string& name) {
   std::ifstream in(name);

@@ -13,7 +13,10 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "common/stop_output.hpp"
+
 using namespace mmekit;
+using mmekit::testing_support::printed::stop_text;
 
 namespace {
 
@@ -87,13 +90,6 @@ void check_against_reference(Array2<std::int32_t> m, const std::vector<std::int3
   std::sort(want.begin(), want.end());
   ASSERT_EQ(got, want);
   for (std::int64_t j = n + 1; j <= m.cols(); ++j) ASSERT_EQ(column(m, j), column(before, j));
-}
-
-template <class F>
-std::string stop_text(F body) {
-  CaptureOutput cap;
-  EXPECT_THROW(body(), Stop);
-  return cap.text();
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "tool/fixed_output.hpp"
 #include "tool/regcov.hpp"
 
+#include "common/stop_output.hpp"
 #include "tool/test_helpers.hpp"
 
 namespace mmekit {
@@ -19,7 +20,7 @@ namespace {
 
 using tool_test::read_file;
 using tool_test::write_file;
-using tool_test::stop_text;
+using testing_support::printed::stop_text;
 
 // sqrt(2j + 1) P_j(x) by Bonnet's recursion, scaled by the single-precision root of 2 the tool
 // uses in place of the exact one.

@@ -1,14 +1,9 @@
-// Shared pieces of the tool tests: whole files as text, and the output of a stop.
+// Shared pieces of the tool tests: whole files as text.
 #pragma once
-
-#include <gtest/gtest.h>
 
 #include <fstream>
 #include <sstream>
 #include <string>
-
-#include "support/output.hpp"
-#include "support/stop.hpp"
 
 namespace tool_test {
 
@@ -22,14 +17,6 @@ inline std::string read_file(const std::string& name) {
 inline void write_file(const std::string& name, const std::string& text) {
   std::ofstream f(name, std::ios::binary);
   f << text;
-}
-
-// Runs `f`, expects it to stop, and returns what it printed.
-template <class F>
-std::string stop_text(F f) {
-  mmekit::CaptureOutput cap;
-  EXPECT_THROW(f(), mmekit::Stop);
-  return cap.text();
 }
 
 }  // namespace tool_test

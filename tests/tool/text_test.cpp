@@ -9,12 +9,12 @@
 #include "support/stop.hpp"
 #include "tool/text.hpp"
 
-#include "tool/test_helpers.hpp"
+#include "common/stop_output.hpp"
 
 namespace mmekit {
 namespace {
 
-using tool_test::stop_text;
+using testing_support::printed::stop_text;
 
 TEST(Nums2, SplitsAtBlanksOnlyAndDecodesTwelveCharacterFields) {
   std::vector<float> x(5, 9.0f);
