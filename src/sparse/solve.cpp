@@ -15,15 +15,20 @@ namespace mmekit {
 
 namespace {
 
+// A contiguous copy of the n elements of a strided vector; empty for a contiguous one.
+std::vector<double> gathered(const double* p, std::int64_t stride, std::int64_t n) {
+  std::vector<double> tmp;
+  if (stride != 1) {
+    tmp.resize(static_cast<std::size_t>(n));
+    for (std::int64_t i = 0; i < n; ++i) tmp[static_cast<std::size_t>(i)] = p[i * stride];
+  }
+  return tmp;
+}
+
 // Copies a strided vector into contiguous storage when needed, and back at the end.
 class Contiguous {
  public:
-  Contiguous(SolverVector v, std::int64_t n) : v_(v), n_(n) {
-    if (v.stride != 1) {
-      tmp_.resize(static_cast<std::size_t>(n));
-      for (std::int64_t i = 0; i < n; ++i) tmp_[static_cast<std::size_t>(i)] = v.p[i * v.stride];
-    }
-  }
+  Contiguous(SolverVector v, std::int64_t n) : v_(v), n_(n), tmp_(gathered(v.p, v.stride, n)) {}
   ~Contiguous() {
     if (v_.stride != 1)
       for (std::int64_t i = 0; i < n_; ++i) v_.p[i * v_.stride] = tmp_[static_cast<std::size_t>(i)];
@@ -38,12 +43,7 @@ class Contiguous {
 
 class ContiguousIn {
  public:
-  ContiguousIn(ConstSolverVector v, std::int64_t n) : v_(v) {
-    if (v.stride != 1) {
-      tmp_.resize(static_cast<std::size_t>(n));
-      for (std::int64_t i = 0; i < n; ++i) tmp_[static_cast<std::size_t>(i)] = v.p[i * v.stride];
-    }
-  }
+  ContiguousIn(ConstSolverVector v, std::int64_t n) : v_(v), tmp_(gathered(v.p, v.stride, n)) {}
   const double* data() const { return v_.stride == 1 ? v_.p : tmp_.data(); }
 
  private:
