@@ -10,7 +10,10 @@
 #include "support/output.hpp"
 #include "support/stop.hpp"
 
+#include "dense/test_helpers.hpp"
+
 using namespace mmekit;
+using dense_test::rows_times_transpose;
 
 namespace {
 
@@ -33,14 +36,7 @@ densem random_psd(std::int64_t n, std::int64_t r, unsigned seed) {
   std::uniform_real_distribution<double> u(-1.0, 1.0);
   Array2<double> b(n, r);
   for (auto& v : b.vec()) v = u(gen);
-  densem a(n);
-  for (std::int64_t i = 1; i <= n; ++i)
-    for (std::int64_t j = 1; j <= n; ++j) {
-      double s = 0;
-      for (std::int64_t k = 1; k <= r; ++k) s += b(i, k) * b(j, k);
-      a(i, j) = s;
-    }
-  return a;
+  return rows_times_transpose(b);
 }
 
 densem product(const densem& a, const densem& b) {

@@ -44,14 +44,7 @@ densem with_dependent_rows(std::int64_t n, const std::set<std::int64_t>& depende
       for (std::int64_t c = 1; c <= cols; ++c) b(i, c) = u(gen);
     }
   }
-  densem a(n);
-  for (std::int64_t i = 1; i <= n; ++i)
-    for (std::int64_t j = 1; j <= n; ++j) {
-      double s = 0;
-      for (std::int64_t c = 1; c <= cols; ++c) s += b(i, c) * b(j, c);
-      a(i, j) = s;
-    }
-  return a;
+  return rows_times_transpose(b);
 }
 
 }  // namespace

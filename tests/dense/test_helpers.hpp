@@ -1,10 +1,11 @@
-// Small dense matrices for the inversion tests: built from rows, and a plain product.
+// Small dense matrices for the dense tests: built from rows, plain products.
 #pragma once
 
 #include <cstdint>
 #include <initializer_list>
 
 #include "dense/dense.hpp"
+#include "support/array.hpp"
 
 namespace dense_test {
 
@@ -29,6 +30,20 @@ inline mmekit::densem product(const mmekit::densem& a, const mmekit::densem& b) 
     for (std::int64_t k = 1; k <= n; ++k)
       for (std::int64_t i = 1; i <= n; ++i) c(i, j) += a(i, k) * b(k, j);
   return c;
+}
+
+// B B^T of a 1-based matrix B: the order is the rows of B, each element summed over the
+// columns in turn.
+inline mmekit::densem rows_times_transpose(const mmekit::Array2<double>& b) {
+  const std::int64_t n = b.rows(), cols = b.cols();
+  mmekit::densem a(n);
+  for (std::int64_t i = 1; i <= n; ++i)
+    for (std::int64_t j = 1; j <= n; ++j) {
+      double s = 0;
+      for (std::int64_t c = 1; c <= cols; ++c) s += b(i, c) * b(j, c);
+      a(i, j) = s;
+    }
+  return a;
 }
 
 }  // namespace dense_test
