@@ -469,6 +469,7 @@ void write_setup(db_hash& db, const std::string& file) {
     for (std::int32_t i = 1; i <= 4; ++i) info.push_back(db.field_info(i, f));
   }
   os << Format("(4i10)").write(FormatList(info));
+  os.flush();
   if (!os) stop(free_format("db_hash: cannot write file ", file));
 }
 
@@ -546,6 +547,7 @@ void write_data(db_hash& db, const std::string& file, std::optional<std::string_
     }
     os << buf;
   }
+  os.flush();
   if (!os) stop(free_format("db_hash: cannot write file ", file));
 }
 

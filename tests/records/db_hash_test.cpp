@@ -440,6 +440,9 @@ TEST(DbHash, RecordFailures) {
   // Files.
   db_hash fresh;
   EXPECT_EQ(stop_text([&] { read_data(fresh, "none.data"); }), "read_setup: setup not read\n");
+  // A full device: the write error is seen even though it sits in the stream's buffer.
+  EXPECT_EQ(stop_text([&] { write_setup(db, "/dev/full"); }), " db_hash: cannot write file  /dev/full\n");
+  EXPECT_EQ(stop_text([&] { write_data(db, "/dev/full"); }), " db_hash: cannot write file  /dev/full\n");
   // A data file whose count promises more entries than it holds.
   write_setup(db, "t.setup");
   insert_el(db, "id", "cd");
