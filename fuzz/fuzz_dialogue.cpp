@@ -7,9 +7,9 @@
 #include <sstream>
 #include <string>
 
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/regcov.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/regcov.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace mmekit;

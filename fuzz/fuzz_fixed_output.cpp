@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string>
 
-#include "support/format.hpp"
-#include "tool/fixed_output.hpp"
+#include "mmekit/support/format.hpp"
+#include "mmekit/tool/fixed_output.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace mmekit;

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/regcov.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/regcov.hpp"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/text.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/text.hpp"
 
 namespace {
 

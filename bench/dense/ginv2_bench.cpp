@@ -10,9 +10,9 @@
 #include <map>
 #include <random>
 
-#include "dense/blas.hpp"
-#include "dense/dense.hpp"
-#include "dense/inverse.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/dense/inverse.hpp"
 
 using namespace mmekit;
 

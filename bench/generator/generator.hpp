@@ -41,9 +41,9 @@
 #include <string>
 #include <vector>
 
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "support/array.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit::benchgen {
 

@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "skelda/amd.hpp"
-#include "skelda/ordering.hpp"
-#include "skelda/skelda.hpp"
+#include "mmekit/skelda/amd.hpp"
+#include "mmekit/skelda/ordering.hpp"
+#include "mmekit/skelda/skelda.hpp"
 #include "skelda/bench_patterns.hpp"
-#include "support/output.hpp"
+#include "mmekit/support/output.hpp"
 
 #ifdef SKELDA_BENCH_HAVE_AMD
 #include <amd.h>

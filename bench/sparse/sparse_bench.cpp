@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "generator/generator.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "sparse/solve.hpp"
-#include "support/output.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/sparse/solve.hpp"
+#include "mmekit/support/output.hpp"
 
 namespace {
 

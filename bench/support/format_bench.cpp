@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "support/format.hpp"
-#include "support/free_format.hpp"
+#include "mmekit/support/format.hpp"
+#include "mmekit/support/free_format.hpp"
 
 namespace {
 

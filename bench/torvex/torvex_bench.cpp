@@ -15,14 +15,14 @@
 #include <random>
 #include <string>
 
-#include "sparse/convert.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "sparse/krylov.hpp"
-#include "support/clock.hpp"
-#include "support/output.hpp"
-#include "torvex/kernel.hpp"
-#include "torvex/torvex.hpp"
+#include "mmekit/sparse/convert.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/solvers/krylov.hpp"
+#include "mmekit/support/clock.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/torvex/kernel.hpp"
+#include "mmekit/torvex/torvex.hpp"
 
 #ifdef MMEKIT_BENCH_HAVE_GENERATOR
 #include "generator/generator.hpp"

@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "sparse/hashm.hpp"
-#include "sparse/solve.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include <mmekit/sparse/hashm.hpp>
+#include <mmekit/sparse/solve.hpp>
+#include <mmekit/support/output.hpp>
+#include <mmekit/support/stop.hpp>
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Storage helpers, factorisation, generalised inverse, checks, solves, eigen decomposition,
 // printing and arithmetic of the dense matrices.
-#include "dense/dense.hpp"
+#include "mmekit/dense/dense.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "dense/blas.hpp"
-#include "support/format.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/support/format.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -19,7 +19,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

@@ -1,15 +1,15 @@
 // Kernels of the dense inversion routes: ginv2 (blocked and row-by-row), dkmxhf, invrt.
-#include "dense/inverse.hpp"
+#include "mmekit/dense/inverse.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
 
-#include "dense/blas.hpp"
-#include "support/clock.hpp"
-#include "support/free_format.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/support/clock.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-#include "dense/dense.hpp"
+#include "mmekit/dense/dense.hpp"
 
 namespace mmekit {
 

@@ -19,8 +19,8 @@
 #include <string>
 #include <string_view>
 
-#include "dense/dense.hpp"
-#include "support/array.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "model/model.hpp"
-#include "support/stop.hpp"
+#include "mmekit/model/model.hpp"
+#include "mmekit/support/stop.hpp"
 
 int main(int argc, char** argv) {
   const std::string title = argc > 1 ? argv[1] : "MODEL DESCRIPTION";

@@ -6,13 +6,13 @@
 #include <string_view>
 #include <vector>
 
-#include "dense/dense.hpp"
-#include "model/model.hpp"
-#include "support/format.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/text.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/model/model.hpp"
+#include "mmekit/support/format.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/text.hpp"
 
 namespace mmekit {
 

@@ -8,11 +8,11 @@
 #include <string_view>
 #include <vector>
 
-#include "model/model.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/text.hpp"
+#include "mmekit/model/model.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/text.hpp"
 
 namespace mmekit {
 

@@ -1,9 +1,9 @@
-#include "random/random.hpp"
+#include "mmekit/random/random.hpp"
 
 #include <string>
 
-#include "support/free_format.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

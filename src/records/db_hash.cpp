@@ -1,4 +1,4 @@
-#include "records/db_hash.hpp"
+#include "mmekit/records/db_hash.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -9,13 +9,13 @@
 #include <limits>
 #include <vector>
 
-#include "records/sortmat.hpp"
-#include "sparse/hashm.hpp"
-#include "support/format.hpp"
-#include "support/framed.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/records/sortmat.hpp"
+#include "mmekit/support/hash.hpp"
+#include "mmekit/support/format.hpp"
+#include "mmekit/support/framed.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -1,12 +1,12 @@
-#include "records/sortmat.hpp"
+#include "mmekit/records/sortmat.hpp"
 
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "support/free_format.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -11,7 +11,7 @@
 #include <span>
 #include <string_view>
 
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

@@ -13,14 +13,14 @@
 // the new degrees with it, absorb elements that lie wholly inside (aggressive absorption),
 // eliminate the variables left with nothing but the new element (mass elimination), and merge
 // variables whose lists became equal (found by hashing). The pool is compacted when it fills.
-#include "skelda/amd.hpp"
+#include "mmekit/skelda/amd.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <sstream>
 #include <vector>
 
-#include "support/stop.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

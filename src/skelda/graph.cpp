@@ -1,11 +1,11 @@
-#include "skelda/graph.hpp"
+#include "mmekit/skelda/graph.hpp"
 
 #include <sstream>
 #include <vector>
 
-#include "skelda/skelda.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/skelda/skelda.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

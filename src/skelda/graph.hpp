@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

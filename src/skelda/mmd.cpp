@@ -10,7 +10,7 @@
 // eliminated before the touched nodes get their exact external degrees again.
 //
 // Internally 0-based; the caller's arrays are 1-based.
-#include "skelda/mmd.hpp"
+#include "mmekit/skelda/mmd.hpp"
 
 #include <algorithm>
 #include <climits>

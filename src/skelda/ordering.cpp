@@ -1,18 +1,18 @@
 // The ordering step: graph of the pattern, the chosen method, and the postorder of the
 // elimination tree composed into the permutation.
-#include "skelda/ordering.hpp"
+#include "mmekit/skelda/ordering.hpp"
 
 #include <algorithm>
 #include <limits>
 #include <new>
 #include <vector>
 
-#include "skelda/amd.hpp"
-#include "skelda/graph.hpp"
-#include "skelda/mmd.hpp"
-#include "skelda/skelda.hpp"
-#include "support/clock.hpp"
-#include "support/output.hpp"
+#include "mmekit/skelda/amd.hpp"
+#include "mmekit/skelda/graph.hpp"
+#include "mmekit/skelda/mmd.hpp"
+#include "mmekit/skelda/skelda.hpp"
+#include "mmekit/support/clock.hpp"
+#include "mmekit/support/output.hpp"
 
 #ifdef MMEKIT_HAVE_METIS
 #include <metis.h>

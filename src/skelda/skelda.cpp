@@ -1,14 +1,14 @@
 // The task front end: state, parameters, status table, and the chain of steps.
-#include "skelda/skelda.hpp"
+#include "mmekit/skelda/skelda.hpp"
 
 #include <algorithm>
 #include <limits>
 #include <sstream>
 #include <vector>
 
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

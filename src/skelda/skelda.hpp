@@ -21,7 +21,7 @@
 #include <string>
 #include <string_view>
 
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

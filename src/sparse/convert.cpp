@@ -1,11 +1,11 @@
 // Dense element operations and the assignments between storage kinds.
-#include "sparse/convert.hpp"
+#include "mmekit/sparse/convert.hpp"
 
 #include <cstdint>
 #include <string>
 
-#include "sparse/fields.hpp"
-#include "support/stop.hpp"
+#include "mmekit/sparse/fields.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 
@@ -133,5 +133,26 @@ void assign(densem& target, const sparse_ija& source) {
 }
 
 void assign(dense_symm& target, const densem& source) { pack_symm(source, target); }
+
+// A copy of a hash matrix. A sorted source is no longer hash-addressable, so its elements go
+// through the row-compressed form into a fresh table (a source in full storage fails in that
+// conversion with its message).
+void copy_sparse_hashm(sparse_hashm& target, const sparse_hashm& source) {
+  if (&target == &source) return;
+  if (source.status == 1) {
+    init_sparse_hashm(target, source.n, std::nullopt, source.storage);
+    target.x = source.x;
+    target.hash_size = source.hash_size;
+    target.nel = source.nel;
+  } else if (source.status == 2) {
+    sparse_ija ija;
+    CONVERT_HASH_IJA(ija, source);
+    init_sparse_hashm(target, source.n);
+    for (std::int32_t i = 1; i <= ija.n; ++i)
+      for (std::int32_t k = ija.ia(i); k < ija.ia(i + 1); ++k) addm_sparse_hashm(ija.a(k), i, ija.ja(k), target);
+  } else {
+    stop("sparse_hashm matrix empty");
+  }
+}
 
 }  // namespace mmekit

@@ -18,9 +18,9 @@
 
 #include <cstdint>
 
-#include "dense/dense.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
 
 namespace mmekit {
 

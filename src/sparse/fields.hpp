@@ -7,8 +7,8 @@
 #include <string_view>
 #include <type_traits>
 
-#include "support/array.hpp"
-#include "support/free_format.hpp"
+#include "mmekit/support/array.hpp"
+#include "mmekit/support/free_format.hpp"
 
 namespace mmekit {
 struct sparse_ija;

@@ -1,16 +1,16 @@
 // Block, trace and quadratic forms on the dense, hash and row-compressed kinds.
-#include "sparse/forms.hpp"
+#include "mmekit/sparse/forms.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <string>
 #include <string_view>
 
-#include "dense/blas.hpp"
-#include "sparse/fields.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/sparse/fields.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -27,10 +27,10 @@
 
 #include <cstdint>
 
-#include "dense/dense.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "support/array.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

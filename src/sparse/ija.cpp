@@ -1,15 +1,15 @@
 // Row-compressed and list forms, and the conversions between them and the hash matrix.
-#include "sparse/ija.hpp"
+#include "mmekit/sparse/ija.hpp"
 
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <vector>
 
-#include "sparse/fields.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/sparse/fields.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -13,8 +13,8 @@
 #include <optional>
 #include <string_view>
 
-#include "sparse/hashm.hpp"
-#include "support/array.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

@@ -2,11 +2,11 @@
 #include <cstdint>
 #include <string>
 
-#include "sparse/fields.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
+#include "mmekit/sparse/fields.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
 
 namespace mmekit {
 

@@ -1,5 +1,5 @@
 // Relaxed Gauss-Seidel iteration for the four storage kinds.
-#include "sparse/solve.hpp"
+#include "mmekit/sparse/solve.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "sparse/fields.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/sparse/fields.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

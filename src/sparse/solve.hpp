@@ -18,10 +18,10 @@
 #include <span>
 #include <vector>
 
-#include "dense/dense.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "support/array.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

@@ -1,4 +1,4 @@
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 #include <cstdio>
 #include <cstdlib>

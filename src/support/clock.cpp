@@ -1,4 +1,4 @@
-#include "support/clock.hpp"
+#include "mmekit/support/clock.hpp"
 
 #include <chrono>
 #include <ctime>

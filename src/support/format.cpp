@@ -9,7 +9,7 @@
 // Numbers are written without streams: std::to_chars with a precision gives the digits of the
 // exact binary value rounded to nearest, ties to even.
 
-#include "support/format.hpp"
+#include "mmekit/support/format.hpp"
 
 #include <algorithm>
 #include <array>
@@ -18,7 +18,7 @@
 #include <cstring>
 #include <memory>
 
-#include "support/stop.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -46,7 +46,7 @@
 #include <variant>
 #include <vector>
 
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

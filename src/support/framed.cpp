@@ -1,13 +1,13 @@
 // Framed binary records: buffered writing and reading of 4-byte-count framed records.
 
-#include "support/framed.hpp"
+#include "mmekit/support/framed.hpp"
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
 #include <sys/stat.h>
 
-#include "support/stop.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

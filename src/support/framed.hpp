@@ -20,7 +20,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace mmekit {
 

@@ -1,6 +1,6 @@
 // Free-format (list-directed) output and input, and the (fw.0) rule for one item.
 
-#include "support/free_format.hpp"
+#include "mmekit/support/free_format.hpp"
 
 #include <algorithm>
 #include <charconv>

@@ -26,7 +26,7 @@
 #include <variant>
 #include <vector>
 
-#include "support/format.hpp"
+#include "mmekit/support/format.hpp"
 
 namespace mmekit {
 
@@ -67,4 +67,4 @@ bool read_fixed(std::string_view item, double& value, int width = 12);
 
 }  // namespace mmekit
 
-#include "support/free_format_impl.hpp"
+#include "mmekit/support/free_format_impl.hpp"

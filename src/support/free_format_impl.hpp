@@ -3,7 +3,7 @@
 
 #include <type_traits>
 
-#include "support/output.hpp"
+#include "mmekit/support/output.hpp"
 
 namespace mmekit {
 

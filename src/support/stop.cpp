@@ -1,8 +1,8 @@
-#include "support/stop.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include <iostream>
 
-#include "support/output.hpp"
+#include "mmekit/support/output.hpp"
 
 namespace mmekit {
 

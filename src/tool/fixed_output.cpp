@@ -1,4 +1,4 @@
-#include "tool/fixed_output.hpp"
+#include "mmekit/tool/fixed_output.hpp"
 
 #include <bit>
 #include <charconv>

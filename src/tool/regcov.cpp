@@ -1,4 +1,4 @@
-#include "tool/regcov.hpp"
+#include "mmekit/tool/regcov.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -6,11 +6,11 @@
 #include <filesystem>
 #include <fstream>
 
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/fixed_output.hpp"
-#include "tool/text.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/fixed_output.hpp"
+#include "mmekit/tool/text.hpp"
 
 namespace mmekit {
 

@@ -3,9 +3,9 @@
 #include <exception>
 #include <iostream>
 
-#include "support/free_format.hpp"
-#include "support/stop.hpp"
-#include "tool/regcov.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/regcov.hpp"
 
 int main() {
   return mmekit::run_program([] {

@@ -1,4 +1,4 @@
-#include "tool/text.hpp"
+#include "mmekit/tool/text.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -6,9 +6,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -12,7 +12,7 @@
 //   temp                             n reals, zero between uses
 //   behind them, per option: temp2 (n reals) and the bucket of the matrix elements by column.
 // Everything the kernel keeps between options lives there; only the statistics are outside.
-#include "torvex/kernel.hpp"
+#include "mmekit/torvex/kernel.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -20,13 +20,13 @@
 #include <limits>
 #include <vector>
 
-#include "skelda/mmd.hpp"
-#include "support/array.hpp"
-#include "support/clock.hpp"
-#include "support/framed.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "torvex/torvex.hpp"
+#include "mmekit/skelda/mmd.hpp"
+#include "mmekit/support/array.hpp"
+#include "mmekit/support/clock.hpp"
+#include "mmekit/support/framed.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/torvex/torvex.hpp"
 
 namespace mmekit {
 

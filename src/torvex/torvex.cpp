@@ -1,16 +1,16 @@
 // The driver of the sparse Cholesky package: stages, growth of the work space, messages.
-#include "torvex/torvex.hpp"
+#include "mmekit/torvex/torvex.hpp"
 
 #include <algorithm>
 #include <limits>
 #include <string>
 
-#include "sparse/ija.hpp"
-#include "support/clock.hpp"
-#include "support/framed.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/clock.hpp"
+#include "mmekit/support/framed.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 

@@ -27,8 +27,8 @@
 #include <optional>
 #include <string_view>
 
-#include "support/array.hpp"
-#include "torvex/kernel.hpp"
+#include "mmekit/support/array.hpp"
+#include "mmekit/torvex/kernel.hpp"
 
 namespace mmekit {
 

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit::testing_support::printed {
 

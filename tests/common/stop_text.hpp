@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "support/stop.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit::testing_support {
 

@@ -6,9 +6,9 @@
 #include <limits>
 #include <random>
 
-#include "dense/dense.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "dense/test_helpers.hpp"
 

@@ -6,11 +6,11 @@
 #include <set>
 #include <string>
 
-#include "dense/blas.hpp"
-#include "dense/dense.hpp"
-#include "dense/inverse.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/dense/inverse.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "common/stop_text.hpp"
 #include "dense/test_helpers.hpp"

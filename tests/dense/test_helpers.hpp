@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include "dense/dense.hpp"
-#include "support/array.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace dense_test {
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "model/model.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/model/model.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace mmekit {
 namespace {

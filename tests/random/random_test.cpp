@@ -1,4 +1,4 @@
-#include "random/random.hpp"
+#include "mmekit/random/random.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "common/stop_output.hpp"
 

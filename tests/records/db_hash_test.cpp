@@ -1,4 +1,4 @@
-#include "records/db_hash.hpp"
+#include "mmekit/records/db_hash.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,9 +12,9 @@
 #include <tuple>
 #include <vector>
 
-#include "support/framed.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/framed.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "common/stop_output.hpp"
 

@@ -1,4 +1,4 @@
-#include "records/sortmat.hpp"
+#include "mmekit/records/sortmat.hpp"
 
 #include <gtest/gtest.h>
 
@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "common/stop_output.hpp"
 

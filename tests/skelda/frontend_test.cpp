@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "patterns.hpp"
-#include "skelda/graph.hpp"
-#include "skelda/ordering.hpp"
-#include "skelda/skelda.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/skelda/graph.hpp"
+#include "mmekit/skelda/ordering.hpp"
+#include "mmekit/skelda/skelda.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 using namespace skelda_test;
 using mmekit::Array1;

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "patterns.hpp"
-#include "skelda/mmd.hpp"
+#include "mmekit/skelda/mmd.hpp"
 
 using namespace skelda_test;
 using mmekit::Array1;

@@ -3,11 +3,11 @@
 #include <string>
 
 #include "patterns.hpp"
-#include "skelda/amd.hpp"
-#include "skelda/graph.hpp"
-#include "skelda/ordering.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/skelda/amd.hpp"
+#include "mmekit/skelda/graph.hpp"
+#include "mmekit/skelda/ordering.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 using namespace skelda_test;
 using mmekit::Array1;

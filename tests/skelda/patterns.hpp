@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/array.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace skelda_test {
 

@@ -8,12 +8,12 @@
 #include <random>
 #include <string>
 
-#include "dense/dense.hpp"
-#include "sparse/forms.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/sparse/forms.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "sparse/test_helpers.hpp"
 

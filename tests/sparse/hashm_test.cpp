@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "sparse/test_helpers.hpp"
 

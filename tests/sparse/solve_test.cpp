@@ -9,13 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "dense/dense.hpp"
-#include "sparse/convert.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/ija.hpp"
-#include "sparse/solve.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/sparse/convert.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/sparse/solve.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "sparse/test_helpers.hpp"
 

@@ -6,9 +6,9 @@
 #include <functional>
 #include <string>
 
-#include "sparse/hashm.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace sparse_test {
 

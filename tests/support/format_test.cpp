@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "support/format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "support/test_helpers.hpp"
 

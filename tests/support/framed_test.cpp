@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "support/array.hpp"
-#include "support/framed.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/array.hpp"
+#include "mmekit/support/framed.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "support/test_helpers.hpp"
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "support/free_format.hpp"
-#include "support/output.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
 
 using namespace mmekit;
 

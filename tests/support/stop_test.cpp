@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "support/array.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/array.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 using namespace mmekit;
 

@@ -6,8 +6,8 @@
 #include <functional>
 #include <string>
 
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 namespace support_test {
 

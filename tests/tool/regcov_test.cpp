@@ -6,11 +6,11 @@
 #include <random>
 #include <sstream>
 
-#include "support/format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/fixed_output.hpp"
-#include "tool/regcov.hpp"
+#include "mmekit/support/format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/fixed_output.hpp"
+#include "mmekit/tool/regcov.hpp"
 
 #include "common/stop_output.hpp"
 #include "tool/test_helpers.hpp"

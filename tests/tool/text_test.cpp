@@ -4,10 +4,10 @@
 #include <random>
 #include <sstream>
 
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "tool/text.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/tool/text.hpp"
 
 #include "common/stop_output.hpp"
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "support/framed.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "torvex/torvex.hpp"
+#include "mmekit/support/framed.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/torvex/torvex.hpp"
 #include "helpers.hpp"
 #include "common/stop_text.hpp"
 

@@ -7,9 +7,9 @@
 #include <random>
 #include <vector>
 
-#include "dense/blas.hpp"
-#include "sparse/ija.hpp"
-#include "support/array.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/array.hpp"
 
 namespace torvex_test {
 

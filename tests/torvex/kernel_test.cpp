@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "support/framed.hpp"
-#include "support/output.hpp"
-#include "torvex/kernel.hpp"
+#include "mmekit/support/framed.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/torvex/kernel.hpp"
 #include "helpers.hpp"
 
 using namespace mmekit;

@@ -1,14 +1,14 @@
 // invert_matrix: the route table over the dense kernels and the sparse Cholesky package.
-#include "dense/inverse_routes.hpp"
+#include "mmekit/solvers/inverse_routes.hpp"
 
 #include <limits>
 
-#include "sparse/ija.hpp"
-#include "support/array.hpp"
-#include "support/clock.hpp"
-#include "support/free_format.hpp"
-#include "support/stop.hpp"
-#include "torvex/torvex.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/array.hpp"
+#include "mmekit/support/clock.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/torvex/torvex.hpp"
 
 namespace mmekit {
 

@@ -4,10 +4,10 @@
 #include <cmath>
 #include <string>
 
-#include "dense/inverse_routes.hpp"
-#include "sparse/ija.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/solvers/inverse_routes.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "dense/test_helpers.hpp"
 

@@ -14,8 +14,8 @@
 
 #include <cstdint>
 
-#include "dense/dense.hpp"
-#include "dense/inverse.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/dense/inverse.hpp"
 
 namespace mmekit {
 

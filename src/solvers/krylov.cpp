@@ -1,19 +1,19 @@
 // Krylov solvers: one generic body per method over the two storage kinds, which differ only in
 // the product A v and in the element read that builds the preconditioner.
-#include "sparse/krylov.hpp"
+#include "mmekit/solvers/krylov.hpp"
 
 #include <cmath>
 #include <string>
 #include <vector>
 
-#include "dense/blas.hpp"
-#include "sparse/convert.hpp"
-#include "sparse/ija.hpp"
-#include "support/clock.hpp"
-#include "support/free_format.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
-#include "torvex/torvex.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/sparse/convert.hpp"
+#include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/clock.hpp"
+#include "mmekit/support/free_format.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
+#include "mmekit/torvex/torvex.hpp"
 
 namespace mmekit {
 

@@ -23,9 +23,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "dense/dense.hpp"
-#include "sparse/hashm.hpp"
-#include "sparse/solve.hpp"
+#include "mmekit/dense/dense.hpp"
+#include "mmekit/sparse/hashm.hpp"
+#include "mmekit/sparse/solve.hpp"
 
 namespace mmekit {
 

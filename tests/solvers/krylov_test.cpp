@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "dense/blas.hpp"
-#include "sparse/convert.hpp"
-#include "sparse/krylov.hpp"
-#include "support/output.hpp"
-#include "support/stop.hpp"
+#include "mmekit/dense/blas.hpp"
+#include "mmekit/sparse/convert.hpp"
+#include "mmekit/solvers/krylov.hpp"
+#include "mmekit/support/output.hpp"
+#include "mmekit/support/stop.hpp"
 
 #include "sparse/test_helpers.hpp"
 
