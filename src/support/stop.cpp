@@ -12,8 +12,11 @@ std::ostream* current_output = &std::cout;
 
 std::ostream& out() { return *current_output; }
 
-CaptureOutput::CaptureOutput() : previous_(current_output) { current_output = &buffer_; }
-CaptureOutput::~CaptureOutput() { current_output = previous_; }
+OutputTo::OutputTo(std::ostream& stream) : previous_(current_output) { current_output = &stream; }
+OutputTo::~OutputTo() {
+  current_output->flush();
+  current_output = previous_;
+}
 
 void stop(std::string_view message) {
   if (!message.empty()) out() << message << '\n';
