@@ -1,8 +1,8 @@
-// Fixed-width fields for the printed lines of the sparse package (internal, not installed).
+// Helpers of the printed lines and messages of the sparse package (internal, not installed).
+// Fixed-width numbers go through the format engine of support/format.hpp.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -15,24 +15,6 @@ struct sparse_ija;
 }
 
 namespace mmekit::sparse_detail {
-
-// An integer right-aligned in w columns; asterisks when it does not fit.
-inline std::string int_field(std::int64_t v, int w) {
-  char buf[40];
-  int len = std::snprintf(buf, sizeof buf, "%*lld", w, static_cast<long long>(v));
-  if (len > w) return std::string(static_cast<std::size_t>(w), '*');
-  return std::string(buf, static_cast<std::size_t>(len));
-}
-
-// A real with d decimals right-aligned in w columns (an Fw.d field); asterisks when it does
-// not fit, as for a non-number.
-inline std::string fixed_field(double v, int w, int d) {
-  if (v != v) return std::string(static_cast<std::size_t>(w > 3 ? w - 3 : 0), ' ') + "NaN";
-  char buf[400];
-  int len = std::snprintf(buf, sizeof buf, "%*.*f", w, d, v);
-  if (len < 0 || len > w || v - v != 0.0) return std::string(static_cast<std::size_t>(w), '*');
-  return std::string(buf, static_cast<std::size_t>(len));
-}
 
 // Prints the rows of a square matrix, 20 values of 12 columns with 4 decimals to a line.
 void print_dense_rows(const Array2<double>& d);

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "mmekit/sparse/fields.hpp"
+#include "mmekit/support/format.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 #include "mmekit/support/stop.hpp"
@@ -151,9 +152,8 @@ void grow(sparse_hashm& a) {
       addm_sparse_hashm(s[2], static_cast<std::int32_t>(trunc_index(s[0])), static_cast<std::int32_t>(trunc_index(s[1])), y);
     }
   }
-  out() << "hash matrix increased from " << sparse_detail::int_field(a.hash_size, 15) << " to "
-        << sparse_detail::int_field(grown, 15) << " % filled: "
-        << sparse_detail::fixed_field(static_cast<double>(a.nel) / static_cast<double>(a.hash_size), 10, 4) << '\n';
+  static const Format growth_line("('hash matrix increased from ',i15,' to ',i15,' % filled: ',f10.4)");
+  out() << growth_line.write(FormatList(a.hash_size, grown, static_cast<double>(a.nel) / static_cast<double>(a.hash_size)));
   a = std::move(y);
 }
 

@@ -5,6 +5,7 @@
 #include "mmekit/sparse/fields.hpp"
 #include "mmekit/sparse/hashm.hpp"
 #include "mmekit/sparse/ija.hpp"
+#include "mmekit/support/format.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 
@@ -14,17 +15,14 @@ namespace sparse_detail {
 
 // Rows of a dense matrix, 20 values of 12 columns with 4 decimals to a line.
 void print_dense_rows(const Array2<double>& d) {
+  static const Format row("(20f12.4)");
   std::ostream& os = out();
   const std::int64_t n = d.rows();
+  FormatList items;
   for (std::int64_t i = 1; i <= n; ++i) {
-    std::string line;
-    for (std::int64_t j = 1; j <= n; ++j) {
-      line += fixed_field(d(i, j), 12, 4);
-      if (j % 20 == 0 || j == n) {
-        os << line << '\n';
-        line.clear();
-      }
-    }
+    items.clear();
+    for (std::int64_t j = 1; j <= n; ++j) items.add(d(i, j));
+    os << row.write(items);
   }
 }
 
@@ -56,10 +54,10 @@ void printm_sparse_hashm(const sparse_hashm& a, std::optional<std::string_view> 
 void printm_sparse_ija(const sparse_ija& a, std::optional<std::string_view> option) {
   if (option && option->substr(0, 3) == "int") {
     if (!a.allocated()) return;
+    static const Format element("(2i8,f12.4)");
     for (std::int32_t i = 1; i <= a.n; ++i)
       for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k)
-        out() << sparse_detail::int_field(i, 8) << sparse_detail::int_field(a.ja(k), 8)
-              << sparse_detail::fixed_field(a.a(k), 12, 4) << '\n';
+        out() << element.write(FormatList(i, a.ja(k), a.a(k)));
     return;
   }
   sparse_detail::print_dense_rows(sparse_detail::dense_of_ija(a));

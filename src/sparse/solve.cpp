@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "mmekit/sparse/fields.hpp"
+#include "mmekit/support/format.hpp"
 #include "mmekit/support/output.hpp"
 #include "mmekit/support/stop.hpp"
 
@@ -64,8 +65,8 @@ void closing_lines(std::int32_t rounds, double conv) {
 }
 
 void round_line(std::int32_t round, double conv) {
-  out() << " round " << sparse_detail::int_field(round, 6) << "  convergence=" << sparse_detail::fixed_field(conv, 12, 4)
-        << '\n';
+  static const Format line("(' round ',i6,'  convergence=',f12.4)");
+  out() << line.write(FormatList(round, conv));
 }
 
 // The rounds of the sparse kinds. `rows` gives the 0-based element range of each 0-based row
