@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <vector>
@@ -295,14 +296,22 @@ void expand_db_hash(db_hash& db, std::optional<std::int32_t> new_size) {
     stop(free_format("db_hash: table of", db.size, "records cannot grow further"));
   }
   const std::int32_t old_size = db.size;
+  // The two scratch files go when the expansion ends, also when it stops on the way (a full
+  // device, a new size that cannot hold the records): a failed run leaves none behind.
+  struct ScratchFiles {
+    ~ScratchFiles() {
+      for (const char* name : {expansion_setup_file, expansion_data_file}) {
+        std::error_code ec;
+        if (std::filesystem::is_regular_file(name, ec)) std::filesystem::remove(name, ec);
+      }
+    }
+  } scratch;
   write_setup(db, expansion_setup_file);
   write_data(db, expansion_data_file);
   print_free("table expanded from ", old_size, " to ", static_cast<std::int32_t>(target), " records");
   close_db_hash(db);
   read_setup(db, expansion_setup_file);
   read_data(db, expansion_data_file, std::nullopt, static_cast<std::int32_t>(target));
-  std::remove(expansion_setup_file);
-  std::remove(expansion_data_file);
 }
 
 // ---- fields of records ------------------------------------------------------------------------
