@@ -22,5 +22,5 @@ pcdir=$(dirname "$(find "$prefix" -name mmekit.pc | head -n 1)")
 # shellcheck disable=SC2046
 c++ -o "$prefix/pkgconfig_consumer" tests/install/pkgconfig_consumer.cpp \
     $(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs mmekit)
-test "$("$prefix/pkgconfig_consumer" | tail -n 1)" = ok
+test "$(cd "$prefix" && ./pkgconfig_consumer | tail -n 1)" = ok
 echo "installed package: pkg-config consumer of route 8 and the block preconditioner built and ran"

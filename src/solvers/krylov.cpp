@@ -313,9 +313,9 @@ void bicgstab(const Op& op, ConstSolverVector bv, SolverVector xv, std::optional
     for (std::size_t i = 0; i < n; ++i) s[i] = P.r[i] - alpha * v[i];
     const double convs = dot(s, s) / P.bb;
     if (convs < limit) {
+      // The closing line keeps the convergence of the previous round (0 in the first).
       print_free("round ", k, "   convergence by norms=", convs);
       for (std::size_t i = 0; i < n; ++i) P.x[i] += alpha * ph[i];
-      conv = convs;
       break;
     }
     M.apply(s, sh);
