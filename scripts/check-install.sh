@@ -15,7 +15,7 @@ test ! -e "$prefix/include/sparse"
 cmake -S examples/mme_example -B "$prefix/example-build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
       -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$prefix/example-build" >/dev/null
-(cd examples/mme_example && "$prefix/example-build/mme_example" >/dev/null)
+(cd "$prefix" && "$prefix/example-build/mme_example" >/dev/null)
 echo "installed package: example program built with find_package(mmekit) and ran"
 
 pcdir=$(dirname "$(find "$prefix" -name mmekit.pc | head -n 1)")
