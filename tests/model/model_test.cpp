@@ -20,7 +20,7 @@ using Texts = std::vector<std::string>;
 
 // Reads the parameter file `name` through the dialogue, expecting a stop or not; returns what
 // was printed after the dialogue's echo.
-std::string read_named(const std::string& name, bool stops) {
+std::string read_named(const std::string& name, bool stops = true) {
   std::istringstream dialogue(name + "\n");
   const test::StopSeen seen = test::run_to_stop([&] { read_parameter_file(dialogue); });
   EXPECT_EQ(seen.stopped, stops) << seen.printed;
@@ -29,12 +29,11 @@ std::string read_named(const std::string& name, bool stops) {
   return seen.printed.substr(std::min(seen.printed.size(), echo.size()));
 }
 
-// Reads `text` as the parameter file "params.txt"; returns what was printed after the dialogue.
+// Reads `text` as the parameter file "params.txt", expecting a stop or not.
 std::string read_model(const std::string& text, bool stops = false) {
   write_file("params.txt", text);
   return read_named("params.txt", stops);
 }
-
 std::string reader_stop(const std::string& text) { return read_model(text, true); }
 
 std::string replace_once(std::string text, const std::string& from, const std::string& to) {
@@ -220,22 +219,19 @@ TEST(ParameterFile, FailureMessages) {
   EXPECT_EQ(reader_stop(""), " INPUT FILE EMPTY\n");
   EXPECT_EQ(reader_stop("# comment\n   # indented comment\n"), " INPUT FILE EMPTY\n");
   std::filesystem::remove("absent.txt");
-  EXPECT_EQ(read_named("absent.txt", true), " INPUT FILE EMPTY\n");
+  EXPECT_EQ(read_named("absent.txt"), " INPUT FILE EMPTY\n");
   EXPECT_TRUE(test::file_exists("absent.txt"));
-  EXPECT_EQ(read_named("no_such_dir/params.txt", true), " cannot open file: no_such_dir/params.txt\n");
+  EXPECT_EQ(read_named("no_such_dir/params.txt"), " cannot open file: no_such_dir/params.txt\n");
   // The file ends where a keyword or a number line is due.
   const auto cut_before = [](const char* text) { return full_model.substr(0, full_model.find(text)); };
   EXPECT_EQ(reader_stop("DATAFILE\ndata.txt\n"), " NUMBER_OF_TRAITS not found\n");
   EXPECT_EQ(reader_stop(cut_before("EFFECTS:")), "  EFFECTS: not found\n");
   EXPECT_EQ(reader_stop(cut_before("4 4 9")), " too few or too many numbers for effect  5 . Was  -1\n");
   EXPECT_EQ(reader_stop(cut_before("-3 2 8")), " error reading variances for effect  3\n");
-  // The text file check on the first line.
+  // The text file check runs on the first line, with the file's name.
   EXPECT_EQ(reader_stop("DATAFILE\tx\n"),
             "\n TAB was found, Use spaces to separeate columns in file: \"params.txt\"\n"
             " Convert to TAB to spaces, e.g. \"expand file > newfile\"\n");
-  EXPECT_EQ(reader_stop("DATAFILE\rdata.txt\r"),
-            "\n Mac old newline format detected in file: \"params.txt\"\n"
-            " Convert it to Unix newline format, e.g. \"flip -u <file>\"\n");
 }
 
 // A model of five traits with one user_file group of `group` effects out of `neff`, whose

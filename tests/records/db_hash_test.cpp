@@ -40,21 +40,17 @@ void declare_animals(db_hash& db, std::int32_t slots) {
   declare(db, {{"id", "character", 10}, {"number", "integer"}, {"weight", "real"}}, "id", slots);
 }
 
-std::int32_t get_int(db_hash& db, const char* name) {
-  std::int32_t v = 0;
-  get_el_int(db, name, v);
+// A field of the current record.
+template <class T, void (*get)(db_hash&, std::string_view, T&)>
+T field(db_hash& db, const char* name) {
+  T v{};
+  get(db, name, v);
   return v;
 }
-float get_real(db_hash& db, const char* name) {
-  float v = 0;
-  get_el_real(db, name, v);
-  return v;
-}
-std::string get_char(db_hash& db, const char* name) {
-  std::string v;
-  get_el_char(db, name, v);
-  return v;
-}
+const auto get_int = field<std::int32_t, get_el_int>;
+const auto get_real = field<float, get_el_real>;
+const auto get_char = field<std::string, get_el_char>;
+
 bool find_text(db_hash& db, const std::string& text) { return find_key(db, text_key(text, 10).vec()); }
 
 // Sets the three fields of animal i, adding its record.
@@ -92,10 +88,8 @@ TEST(DbHash, LayoutPutsTheIndexFirst) {
   EXPECT_EQ(db.status, 2);
   // Per field: type, length, first and last word. name5 (2 words) at 1..2, then year, name4,
   // w, longer_t in their order.
-  std::vector<Ints> info(4);
-  for (std::int64_t r = 1; r <= 4; ++r)
-    for (std::int32_t f = 1; f <= db.nfields; ++f) info[static_cast<std::size_t>(r - 1)].push_back(db.field_info(r, f));
-  EXPECT_EQ(info, (std::vector<Ints>{{2, 1, 1, 3, 2}, {4, 5, 4, 4, 4}, {3, 1, 4, 5, 6}, {3, 2, 4, 5, 6}}));
+  EXPECT_EQ(Ints(db.field_info.vec().begin(), db.field_info.vec().begin() + 20),
+            (Ints{2, 4, 3, 3, 1, 5, 1, 2, 1, 4, 4, 4, 3, 4, 5, 5, 2, 4, 6, 6}));
   EXPECT_EQ(db.words, 6);
   // Names are cut to 8 characters; the cut name finds the field.
   EXPECT_EQ(db.field_name[4], "longer_t");

@@ -116,27 +116,20 @@ TEST(ReadItems, CommentsBlankLinesLineLengthAndEndOfFile) {
   std::vector<std::int32_t> x(10);
   FixedTexts xc(10, 20);
   std::int32_t m = 0;
-  read_items(in, x, xc, m);
-  EXPECT_EQ(m, 1);
-  EXPECT_EQ(x[0], 7);
-  read_items(in, x, xc, m);
-  EXPECT_EQ(m, 1);
-  EXPECT_EQ(xc(1), "ab");
-  read_items(in, x, xc, m);
-  EXPECT_EQ(m, 0);  // a blank line is returned, not skipped
-  read_items(in, x, xc, m);
-  EXPECT_EQ(m, 2);
-  EXPECT_EQ(x[1], -3);
-  EXPECT_EQ(xc(2), "-3");  // the "\r" of the line end is gone
-  read_items(in, x, xc, m);
-  EXPECT_EQ(m, 1);
-  EXPECT_EQ(xc(1), "last");
-  read_items(in, x, xc, m);
-  EXPECT_EQ(m, -1);
+  const auto next = [&](std::istream& unit) {
+    read_items(unit, x, xc, m);
+    return std::make_tuple(m, x[0], std::string(xc(1)));
+  };
+  EXPECT_EQ(next(in), std::make_tuple(1, 7, std::string("7")));
+  EXPECT_EQ(next(in), std::make_tuple(1, 0, std::string("ab")));
+  EXPECT_EQ(std::get<0>(next(in)), 0);  // a blank line is returned, not skipped
+  EXPECT_EQ(next(in), std::make_tuple(2, 0, std::string("x")));
+  EXPECT_EQ(std::make_tuple(x[1], std::string(xc(2))), std::make_tuple(-3, std::string("-3")));  // no "\r"
+  EXPECT_EQ(next(in), std::make_tuple(1, 0, std::string("last")));
+  EXPECT_EQ(std::get<0>(next(in)), -1);
   std::istringstream raw("# a b\n"), plain("  # a\n1 2\n");
   read_items(raw, x, xc, m, true);
-  EXPECT_EQ(m, 3);
-  EXPECT_EQ(xc(1), "#");
+  EXPECT_EQ(std::make_tuple(m, std::string(xc(1))), std::make_tuple(3, std::string("#")));
   std::vector<std::int32_t> counts;
   for (int i = 0; i < 3; ++i) counts.push_back((read_items_plain(plain, x, xc, m), m));
   EXPECT_EQ(counts, (std::vector<std::int32_t>{2, 2, -1}));
@@ -155,12 +148,10 @@ TEST(ReadItems, CommentsBlankLinesLineLengthAndEndOfFile) {
   std::istringstream reals("  1.5 abc 2,5\n# 3\n");
   std::vector<float> r(4);
   read_items_real(reals, m, r, xc);
-  EXPECT_EQ(m, 3);
-  EXPECT_EQ(r, (std::vector<float>{1.5f, 0.0f, 2.0f, 0.0f}));
-  read_items_real(reals, m, r, xc);
-  EXPECT_EQ(m, 2);  // no comment handling
-  read_items_real(reals, m, r, xc);
-  EXPECT_EQ(m, -1);
+  EXPECT_EQ(std::make_tuple(m, r), std::make_tuple(3, std::vector<float>{1.5f, 0.0f, 2.0f, 0.0f}));
+  counts.clear();
+  for (int i = 0; i < 2; ++i) counts.push_back((read_items_real(reals, m, r, xc), m));
+  EXPECT_EQ(counts, (std::vector<std::int32_t>{2, -1}));  // no comment handling
 }
 
 TEST(CheckTextFile, ReportsTabsAndOldMacLineEndsOnTheFirstLine) {
