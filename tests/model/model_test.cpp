@@ -251,8 +251,7 @@ std::string five_trait_model(int neff, int group) {
 TEST(ParameterFile, EdgeCases) {
   // No random group: the reader ends at the end of the file; every effect is fixed.
   read_model(full_model.substr(0, full_model.find("RANDOM_GROUP")));
-  EXPECT_EQ(model.random_type.vec(), Ints(5, 1));
-  EXPECT_EQ(model.ncorr.vec(), Ints(5, 0));
+  EXPECT_EQ(std::make_tuple(model.random_type.vec(), model.ncorr.vec()), std::make_tuple(Ints(5, 1), Ints(5, 0)));
   // The residual block in any line layout; the rest of its last line is skipped. A long
   // "cro" line has no nesting; a file name keeps its first word; weights from one number.
   std::string s = replace_once(full_model, "40 10\n10 30\n", "40\n\n10, 10\n30 junk 1 2\n");
@@ -261,9 +260,8 @@ TEST(ParameterFile, EdgeCases) {
   s = replace_once(s, "WEIGHT(S)\n\n", "WEIGHT(S)\n# no weights\n  8  # weight column\n");
   read_model(s);
   EXPECT_EQ(model.r_var.vec(), (std::vector<double>{40, 10, 10, 30}));
-  EXPECT_EQ(model.nest_pos(1, 1) + model.nest_pos(1, 2), 0);
-  EXPECT_EQ(model.datafile, "my");
-  EXPECT_EQ(model.pos_weight, 8);
+  EXPECT_EQ(std::make_tuple(model.nest_pos(1, 1), model.nest_pos(1, 2), model.datafile, model.pos_weight),
+            std::make_tuple(0, 0, std::string("my"), 8));
   // A blank name line keeps the keyword as the name.
   read_model(replace_once(full_model, "data.txt\n", "\n"));
   EXPECT_EQ(model.datafile, "DATAFILE");
@@ -285,9 +283,8 @@ TEST(ParameterFile, EdgeCases) {
   std::string crlf;
   for (char c : full_model) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
   read_model(crlf);
-  EXPECT_EQ(model.r_var.vec(), (std::vector<double>{40, 10, 10, 30}));
-  EXPECT_EQ(model.g_var(5, 2, 2), 3.0);
-  EXPECT_EQ(model.random_file(3), "ped.txt");
+  EXPECT_EQ(std::make_tuple(model.r_var.vec(), model.g_var(5, 2, 2), model.random_file(3)),
+            std::make_tuple(std::vector<double>{40, 10, 10, 30}, 3.0, std::string("ped.txt")));
   Texts one_text(1);
   get_option("solv_method", n, std::span<std::string>(one_text));  // a text answer only
   EXPECT_EQ(std::make_tuple(n, one_text[0]), std::make_tuple(1, std::string("FSPAK")));
