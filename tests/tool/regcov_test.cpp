@@ -101,13 +101,21 @@ TEST(LegendreTable, EvaluationIsTheSumOfTheTermsWithTheZeroReplacedInside) {
   EXPECT_EQ(cov[1], 1.0e-12 + t.coef(2, 0, 1));
   EXPECT_NE(cov[1], t.coef(2, 0, 1));
   EXPECT_EQ(cov[3], (1.0e-12 + 0.0 * t.coef(4, 2, 1)) + t.coef(4, 0, 1));
-  // Elsewhere the values of the polynomials, from the table's powers of x.
+  // Elsewhere, bit for bit, the sum in rising k of x^(j - 2k) by power_extended (binary
+  // exponentiation in extended precision) times the coefficient, replaced after each term.
   LegendreTable wide(std::vector<RegcovRange>{{1, -1000, 997, 30}});
   cov.resize(30);
   for (std::int32_t v = -1000; v <= 997; v += 37) {
     wide.evaluate(1, v, 997, -1000, cov);
-    for (int j = 1; j <= 30; ++j)
-      ASSERT_NEAR(cov[j - 1], normalised_legendre(j, to_unit_range(v, 997, -1000)), 1e-5) << v << " " << j;
+    const double x = to_unit_range(v, 997, -1000);
+    for (int j = 1; j <= 30; ++j) {
+      double sum = 0.0;
+      for (int k = 0; k <= j / 2; ++k) {
+        sum += power_extended(x, j - 2 * k) * wide.coef(j, j - 2 * k, 1);
+        if (sum == 0.0) sum = 1.0e-12;
+      }
+      ASSERT_EQ(cov[j - 1], sum) << v << " " << j;
+    }
   }
 }
 
