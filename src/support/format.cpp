@@ -302,7 +302,7 @@ class Writer {
       out_.append(s, n);
     } else {
       std::size_t over = std::min(n, len - pos_);
-      std::memcpy(&out_[rec_start_ + pos_], s, over);
+      if (over > 0) std::memcpy(&out_[rec_start_ + pos_], s, over);  // s may be null when n is 0
       out_.append(s + over, n - over);
     }
     pos_ += n;

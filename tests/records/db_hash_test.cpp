@@ -2,35 +2,26 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "common/files.hpp"
+#include "common/stop.hpp"
 #include "mmekit/support/framed.hpp"
 #include "mmekit/support/output.hpp"
-#include "mmekit/support/stop.hpp"
-
-#include "common/stop_output.hpp"
 
 using namespace mmekit;
-using mmekit::testing_support::printed::stop_text;
+using mmekit::test::read_file;
+using mmekit::test::stop_output;
+using mmekit::test::write_file;
+using Ints = std::vector<std::int32_t>;
 
 namespace {
-
-std::string file_text(const std::string& name) {
-  std::ifstream in(name);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-void write_file(const std::string& name, const std::string& text) { std::ofstream(name) << text; }
 
 struct Field {
   const char* name;
@@ -49,26 +40,37 @@ void declare_animals(db_hash& db, std::int32_t slots) {
   declare(db, {{"id", "character", 10}, {"number", "integer"}, {"weight", "real"}}, "id", slots);
 }
 
-std::int32_t get_int(db_hash& db, const char* name) {
-  std::int32_t v = 0;
-  get_el_int(db, name, v);
+// A field of the current record.
+template <class T, void (*get)(db_hash&, std::string_view, T&)>
+T field(db_hash& db, const char* name) {
+  T v{};
+  get(db, name, v);
   return v;
 }
-float get_real(db_hash& db, const char* name) {
-  float v = 0;
-  get_el_real(db, name, v);
-  return v;
-}
-std::string get_char(db_hash& db, const char* name) {
-  std::string v;
-  get_el_char(db, name, v);
-  return v;
-}
-bool find_text(db_hash& db, const std::string& text, std::int32_t length = 10) {
-  return find_key(db, text_key(text, length).vec());
+const auto get_int = field<std::int32_t, get_el_int>;
+const auto get_real = field<float, get_el_real>;
+const auto get_char = field<std::string, get_el_char>;
+
+bool find_text(db_hash& db, const std::string& text) { return find_key(db, text_key(text, 10).vec()); }
+
+// Sets the three fields of animal i, adding its record.
+void insert_animal(db_hash& db, int i, std::int32_t number, float weight) {
+  insert_el(db, "id", "A" + std::to_string(i * 7919 % 100003));
+  insert_el(db, "number", number);
+  insert_el(db, "weight", weight);
 }
 
-std::string id_of(int i) { return "A" + std::to_string(i * 7919 % 100003); }
+// Whether animal i is found with these fields.
+bool has_animal(db_hash& db, int i, std::int32_t number, float weight) {
+  return find_text(db, "A" + std::to_string(i * 7919 % 100003)) && get_int(db, "number") == number &&
+         get_real(db, "weight") == weight;
+}
+
+std::string printed(void (*print)(const db_hash&), const db_hash& db) {
+  CaptureOutput cap;
+  print(db);
+  return cap.text();
+}
 
 }  // namespace
 
@@ -86,15 +88,8 @@ TEST(DbHash, LayoutPutsTheIndexFirst) {
   EXPECT_EQ(db.status, 2);
   // Per field: type, length, first and last word. name5 (2 words) at 1..2, then year, name4,
   // w, longer_t in their order.
-  const auto info = [&](std::int64_t r) {
-    std::vector<std::int32_t> v;
-    for (std::int32_t f = 1; f <= db.nfields; ++f) v.push_back(db.field_info(r, f));
-    return v;
-  };
-  EXPECT_EQ(info(1), (std::vector<std::int32_t>{2, 1, 1, 3, 2}));
-  EXPECT_EQ(info(2), (std::vector<std::int32_t>{4, 5, 4, 4, 4}));
-  EXPECT_EQ(info(3), (std::vector<std::int32_t>{3, 1, 4, 5, 6}));
-  EXPECT_EQ(info(4), (std::vector<std::int32_t>{3, 2, 4, 5, 6}));
+  EXPECT_EQ(Ints(db.field_info.vec().begin(), db.field_info.vec().begin() + 20),
+            (Ints{2, 4, 3, 3, 1, 5, 1, 2, 1, 4, 4, 4, 3, 4, 5, 5, 2, 4, 6, 6}));
   EXPECT_EQ(db.words, 6);
   // Names are cut to 8 characters; the cut name finds the field.
   EXPECT_EQ(db.field_name[4], "longer_t");
@@ -112,29 +107,23 @@ TEST(DbHash, LayoutPutsTheIndexFirst) {
 TEST(DbHash, InsertFindAndRead) {
   db_hash db;
   declare_animals(db, 101);
-  EXPECT_EQ(db.size, 101);
-  EXPECT_EQ(db.current, 0);
+  EXPECT_EQ(std::make_tuple(db.size, db.current), std::make_tuple(101, 0));
   insert_el(db, "id", "bull-1");
   insert_el(db, "number", 17);
   insert_el(db, "weight", 612.5f);
   insert_el(db, "id", "cow-22");
   insert_el(db, "number", -3);
+  insert_el(db, "id", "bull-1");  // an existing key is made current and not added again
   EXPECT_EQ(db.filled, 2);
-  // An existing key is made current and not added again.
-  insert_el(db, "id", "bull-1");
-  EXPECT_EQ(db.filled, 2);
-  EXPECT_EQ(get_int(db, "number"), 17);
-  EXPECT_EQ(get_real(db, "weight"), 612.5f);
-  EXPECT_EQ(get_char(db, "id"), "bull-1    ");
+  EXPECT_EQ(std::make_tuple(get_int(db, "number"), get_real(db, "weight"), get_char(db, "id")),
+            std::make_tuple(17, 612.5f, std::string("bull-1    ")));
   EXPECT_TRUE(find_text(db, "cow-22"));
-  EXPECT_EQ(get_int(db, "number"), -3);
-  EXPECT_EQ(get_real(db, "weight"), 0.0f);
+  EXPECT_EQ(std::make_tuple(get_int(db, "number"), get_real(db, "weight")), std::make_tuple(-3, 0.0f));
   // A missing key: false, no record current, nothing added.
   EXPECT_FALSE(find_text(db, "nobody"));
-  EXPECT_EQ(db.current, 0);
-  EXPECT_EQ(db.filled, 2);
+  EXPECT_EQ(std::make_tuple(db.current, db.filled), std::make_tuple(0, 2));
   // A key given with too few words is filled with zeros and so does not match.
-  EXPECT_FALSE(find_key(db, std::vector<std::int32_t>{text_key("cow-22", 10)(1)}));
+  EXPECT_FALSE(find_key(db, Ints{text_key("cow-22", 10)(1)}));
 
   // Integer keys, including ones whose weighted sum overflows 32 bits.
   db_hash t;
@@ -145,10 +134,7 @@ TEST(DbHash, InsertFindAndRead) {
     ASSERT_TRUE(t.current >= 1 && t.current <= 37) << t.current;
     insert_el(t, "val", k / 2);
   }
-  for (std::int32_t k : keys) {
-    ASSERT_TRUE(find_key_int(t, k));
-    EXPECT_EQ(get_int(t, "val"), k / 2);
-  }
+  for (std::int32_t k : keys) EXPECT_TRUE(find_key_int(t, k) && get_int(t, "val") == k / 2) << k;
   EXPECT_FALSE(find_key_int(t, 5));
   // Real keys are stored by their bits.
   db_hash r;
@@ -156,43 +142,25 @@ TEST(DbHash, InsertFindAndRead) {
   insert_el(r, "x", 2.5f);
   EXPECT_EQ(get_real(r, "x"), 2.5f);
   close_db_hash(r);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.nfields, 0);
-  EXPECT_TRUE(r.data.empty());
+  EXPECT_EQ(std::make_tuple(r.status, r.nfields, r.data.empty()), std::make_tuple(0, 0, true));
 }
 
 TEST(DbHash, ExpansionOnThe71stKeyOfATableOf100) {
   db_hash db;
   declare_animals(db, 100);
   CaptureOutput cap;
-  for (int i = 1; i <= 70; ++i) {
-    insert_el(db, "id", id_of(i));
-    insert_el(db, "number", i);
-    insert_el(db, "weight", static_cast<float>(i) * 0.5f);
-  }
+  for (int i = 1; i <= 70; ++i) insert_animal(db, i, i, static_cast<float>(i) * 0.5f);
   EXPECT_EQ(db.size, 100);
   EXPECT_EQ(cap.text(), "");
-  insert_el(db, "id", id_of(71));
+  insert_animal(db, 71, 71, 35.5f);  // the record just added is current: its fields are set at once
   EXPECT_EQ(cap.text(), " table expanded from  100  to  200  records\n");
-  EXPECT_EQ(db.size, 200);
-  EXPECT_EQ(db.filled, 71);
-  EXPECT_EQ(db.status, 2);
-  // The record just added is current: its fields can be set at once.
-  EXPECT_EQ(get_char(db, "id"), id_of(71) + std::string(10 - id_of(71).size(), ' '));
-  insert_el(db, "number", 71);
-  insert_el(db, "weight", 35.5f);
-  EXPECT_FALSE(std::filesystem::exists("db_hash_expansion_setup"));
-  EXPECT_FALSE(std::filesystem::exists("db_hash_expansion_data"));
-  for (int i = 1; i <= 71; ++i) {
-    ASSERT_TRUE(find_text(db, id_of(i))) << i;
-    EXPECT_EQ(get_int(db, "number"), i);
-    EXPECT_EQ(get_real(db, "weight"), static_cast<float>(i) * 0.5f);
-  }
+  EXPECT_EQ(std::make_tuple(db.size, db.filled, db.status), std::make_tuple(200, 71, 2));
+  EXPECT_FALSE(test::file_exists("db_hash_expansion_setup") || test::file_exists("db_hash_expansion_data"));
+  for (int i = 1; i <= 71; ++i) ASSERT_TRUE(has_animal(db, i, i, static_cast<float>(i) * 0.5f)) << i;
   // Further growth: 141 keys pass 70 percent of 200.
-  for (int i = 72; i <= 1000; ++i) insert_el(db, "id", id_of(i));
-  EXPECT_EQ(db.size, 1600);
-  EXPECT_EQ(db.filled, 1000);
-  for (int i = 1; i <= 1000; ++i) ASSERT_TRUE(find_text(db, id_of(i))) << i;
+  for (int i = 72; i <= 1000; ++i) insert_animal(db, i, i, 0.0f);
+  EXPECT_EQ(std::make_tuple(db.size, db.filled), std::make_tuple(1600, 1000));
+  for (int i = 1; i <= 1000; ++i) ASSERT_TRUE(has_animal(db, i, i, i <= 71 ? static_cast<float>(i) * 0.5f : 0.0f)) << i;
 }
 
 TEST(DbHash, SetupAndDataFilesRoundTrip) {
@@ -204,7 +172,7 @@ TEST(DbHash, SetupAndDataFilesRoundTrip) {
   write_setup(db, "animals.setup");
   // Fixed layout: counts by (8i10), the names one after the other, then type, length, first,
   // last of each field by (4i10).
-  EXPECT_EQ(file_text("animals.setup"),
+  EXPECT_EQ(read_file("animals.setup"),
             "         3        13         5         3         1\n"
             "id      number  weight  \n"
             "         1        10         1         3\n"
@@ -218,37 +186,26 @@ TEST(DbHash, SetupAndDataFilesRoundTrip) {
   std::memcpy(&w[3], &one, 4);
   char line[200];
   std::snprintf(line, sizeof line, "%12d%12d%12d%12d%12d\n", w[0], w[1], w[2], 5, w[3]);
-  EXPECT_EQ(file_text("animals.data"), std::string("         1\n") + line);
+  EXPECT_EQ(read_file("animals.data"), std::string("         1\n") + line);
 
   // A larger table, text and binary, through close and reload.
   db_hash big;
   declare_animals(big, 301);
-  for (int i = 1; i <= 200; ++i) {
-    insert_el(big, "id", id_of(i));
-    insert_el(big, "number", -i);
-    insert_el(big, "weight", static_cast<float>(i) / 3.0f);
-  }
+  for (int i = 1; i <= 200; ++i) insert_animal(big, i, -i, static_cast<float>(i) / 3.0f);
   for (const char* form : {"text", "binary"}) {
     write_setup(big, "big.setup");
     write_data(big, "big.data", form);
-    db_hash back;
+    db_hash back, sized;
     read_setup(back, "big.setup");
     // status, fields, words, index field
     EXPECT_EQ(std::make_tuple(back.status, back.nfields, back.words, back.index_field), std::make_tuple(1, 3, 5, 1));
     read_data(back, "big.data", form);
-    EXPECT_EQ(back.status, 2);
-    EXPECT_EQ(back.filled, 200);
-    EXPECT_EQ(back.size, 252);  // 200 / 0.8 + 2
-    for (int i = 1; i <= 200; ++i) {
-      ASSERT_TRUE(find_text(back, id_of(i))) << form << " " << i;
-      EXPECT_EQ(get_int(back, "number"), -i);
-      EXPECT_EQ(get_real(back, "weight"), static_cast<float>(i) / 3.0f);
-    }
-    db_hash sized;
+    EXPECT_EQ(std::make_tuple(back.status, back.filled, back.size), std::make_tuple(2, 200, 252));  // 200 / 0.8 + 2
+    for (int i = 1; i <= 200; ++i) ASSERT_TRUE(has_animal(back, i, -i, static_cast<float>(i) / 3.0f)) << form << " " << i;
     read_setup(sized, "big.setup");
     read_data(sized, "big.data", form, 1000);
     EXPECT_EQ(sized.size, 1000);
-    EXPECT_TRUE(find_text(sized, id_of(77)));
+    EXPECT_TRUE(has_animal(sized, 77, -77, 77.0f / 3.0f));
   }
   // The binary form is framed records: the count, then one record of 5 words per entry.
   FramedReader fr("big.data");
@@ -257,10 +214,7 @@ TEST(DbHash, SetupAndDataFilesRoundTrip) {
   EXPECT_EQ(count, 200);
   std::vector<unsigned char> rec;
   int records = 0;
-  while (fr.read_bytes(rec) == FramedStatus::ok) {
-    EXPECT_EQ(rec.size(), 20u);
-    ++records;
-  }
+  for (; fr.read_bytes(rec) == FramedStatus::ok; ++records) EXPECT_EQ(rec.size(), 20u);
   EXPECT_EQ(records, 200);
 }
 
@@ -282,7 +236,7 @@ TEST(DbHash, SortNumberAndMove) {
   }
   EXPECT_EQ(expect, static_cast<std::int32_t>(keys.size()));
   EXPECT_EQ(db.current, db.size + 1);
-  // Sorted: numbers in ascending order of the key, negative keys first.
+  // Sorted: numbers in ascending order of the key, negative keys first, packed at the front.
   CaptureOutput cap;
   sort_db(db, "seq", "sort");
   EXPECT_EQ(cap.text(), " table with  " + std::to_string(keys.size()) + "  elements sorted\n");
@@ -290,19 +244,15 @@ TEST(DbHash, SortNumberAndMove) {
   expect = 0;
   auto it = keys.begin();
   for (bool m = move_rec(db, "f"); m; m = move_rec(db, "n")) {
-    EXPECT_EQ(get_int(db, "key"), *it++);
-    EXPECT_EQ(get_int(db, "seq"), ++expect);
-    EXPECT_EQ(db.current, expect);  // packed at the front
+    ++expect;
+    EXPECT_EQ(std::make_tuple(get_int(db, "key"), get_int(db, "seq"), db.current), std::make_tuple(*it++, expect, expect));
   }
   // Walking back from the end gives the largest key first.
   EXPECT_TRUE(move_rec(db, "prev"));
   EXPECT_EQ(get_int(db, "key"), *keys.rbegin());
   // A lookup in a sorted table still finds every key; the numbers stay.
   std::int32_t rank = 0;
-  for (std::int32_t key : keys) {
-    ASSERT_TRUE(find_key_int(db, key));
-    EXPECT_EQ(get_int(db, "seq"), ++rank);
-  }
+  for (std::int32_t key : keys) EXPECT_TRUE(find_key_int(db, key) && get_int(db, "seq") == ++rank) << key;
   EXPECT_EQ(db.status, 2);
 
   // Text keys sort in character order.
@@ -321,78 +271,69 @@ TEST(DbHash, SortNumberAndMove) {
   EXPECT_EQ(one.current, 8);
   insert_el(one, "k", 3);
   const std::int32_t slot = one.current;
-  const std::tuple<const char*, bool, std::int32_t> steps[] = {
-      {"first", true, slot}, {"next", false, 8}, {"prev", true, slot}, {"prev", false, 0}};
-  for (const auto& [direction, found, at] : steps) {
+  for (const auto& [direction, found, at] : {std::tuple{"first", true, slot}, {"next", false, 8}, {"prev", true, slot},
+                                              {"prev", false, 0}}) {
     EXPECT_EQ(move_rec(one, direction), found) << direction;
     EXPECT_EQ(one.current, at) << direction;
   }
   // Reading past the end is refused like reading with no record.
   move_rec(one, "n");
   move_rec(one, "n");
-  EXPECT_EQ(stop_text([&] { get_int(one, "k"); }), "get_el_integer: current = 0\n");
+  EXPECT_EQ(stop_output([&] { get_int(one, "k"); }), "get_el_integer: current = 0\n");
 }
 
 TEST(DbHash, Printing) {
   db_hash db;
-  const auto printed = [&](void (*print)(const db_hash&)) {
-    CaptureOutput cap;
-    print(db);
-    return cap.text();
-  };
   const std::string fields = " id       char 6\n n        int 4\n w        real 4\n";
-  EXPECT_EQ(printed(print_db_status),
+  EXPECT_EQ(printed(print_db_status, db),
             "db_hash:  uninitialized\nindex not set\n number of entries: 0\n number of filled entries: 0\n");
   add_fields(db, "id", "char", 6);
   add_fields(db, "n", "int");
   add_fields(db, "w", "real");
-  EXPECT_EQ(printed(print_db_status), "db_hash: status:accepting field definitions\n" + fields +
-                                          "index not set\n number of entries: 0\n number of filled entries: 0\n");
+  EXPECT_EQ(printed(print_db_status, db), "db_hash: status:accepting field definitions\n" + fields +
+                                              "index not set\n number of entries: 0\n number of filled entries: 0\n");
   set_index(db, "id");
   init_db_hash(db, 9);
-  EXPECT_EQ(printed(print_entry), "print_entry: empty table\n");
+  EXPECT_EQ(printed(print_entry, db), "print_entry: empty table\n");
   insert_el(db, "id", "abc");
   insert_el(db, "n", -12);
   insert_el(db, "w", 2.5f);
-  EXPECT_EQ(printed(print_db_status), "db_hash: status:accepting entries\n" + fields +
-                                          "  index variable:  id      \n number of entries: 9\n"
-                                          " number of filled entries: 1\n");
-  EXPECT_EQ(printed(print_entry), "abc   -12 2.500 \n");
+  EXPECT_EQ(printed(print_db_status, db), "db_hash: status:accepting entries\n" + fields +
+                                              "  index variable:  id      \n number of entries: 9\n"
+                                              " number of filled entries: 1\n");
+  EXPECT_EQ(printed(print_entry, db), "abc   -12 2.500 \n");
   CaptureOutput quiet;
   sort_db(db, "n", "sort");
-  EXPECT_NE(printed(print_db_status).find("db_hash: status:sorted\n"), std::string::npos);
+  EXPECT_TRUE(printed(print_db_status, db).starts_with("db_hash: status:sorted\n"));
 }
 
 TEST(DbHash, DeclarationFailures) {
-  {
-    db_hash db;
-    for (int f = 1; f <= 30; ++f) add_fields(db, "f" + std::to_string(f), "int");
-    EXPECT_EQ(db.nfields, 30);
-    EXPECT_EQ(stop_text([&] { add_fields(db, "f31", "int"); }), " dbhash:maximum number of fields: 30\n");
-    EXPECT_EQ(db.nfields, 30);
-  }
+  db_hash full;
+  for (int f = 1; f <= 30; ++f) add_fields(full, "f" + std::to_string(f), "int");
+  EXPECT_EQ(stop_output([&] { add_fields(full, "f31", "int"); }), " dbhash:maximum number of fields: 30\n");
+  EXPECT_EQ(full.nfields, 30);
   db_hash db;
-  EXPECT_EQ(stop_text([&] { add_fields(db, "txt", "char"); }), " db_hash: length of field missing for field  txt\n");
-  EXPECT_EQ(stop_text([&] { add_fields(db, "d", "double"); }), " db_hash: unknown field type:  double\n");
-  EXPECT_EQ(stop_text([&] { set_index(db, "k"); }), " db_hash: field  k  does not exist\n");
-  EXPECT_EQ(stop_text([&] { init_db_hash(db, 10); }), " db_hash: fields not defined\n");
+  EXPECT_EQ(stop_output([&] { add_fields(db, "txt", "char"); }), " db_hash: length of field missing for field  txt\n");
+  EXPECT_EQ(stop_output([&] { add_fields(db, "d", "double"); }), " db_hash: unknown field type:  double\n");
+  EXPECT_EQ(stop_output([&] { set_index(db, "k"); }), " db_hash: field  k  does not exist\n");
+  EXPECT_EQ(stop_output([&] { init_db_hash(db, 10); }), " db_hash: fields not defined\n");
   add_fields(db, "k", "int");
   add_fields(db, "v", "int");
-  EXPECT_EQ(stop_text([&] { init_db_hash(db, 10); }), " db_hash: index not defined\n");
-  EXPECT_EQ(stop_text([&] { align_db(db); }), " db_hash: index not defined\n");
-  EXPECT_EQ(stop_text([&] { write_setup(db, "x.setup"); }), "write_setup: status < 2\n");
-  EXPECT_EQ(stop_text([&] { insert_el(db, "k", 1); }),
+  EXPECT_EQ(stop_output([&] { init_db_hash(db, 10); }), " db_hash: index not defined\n");
+  EXPECT_EQ(stop_output([&] { align_db(db); }), " db_hash: index not defined\n");
+  EXPECT_EQ(stop_output([&] { write_setup(db, "x.setup"); }), "write_setup: status < 2\n");
+  EXPECT_EQ(stop_output([&] { insert_el(db, "k", 1); }),
             " incorrect state for subroutine/function  insert_el\n the status is  1  and should be > 1\n");
-  EXPECT_EQ(stop_text([&] { sort_db(db, "v", "sort"); }), "sort_db: database not set yet\n");
+  EXPECT_EQ(stop_output([&] { sort_db(db, "v", "sort"); }), "sort_db: database not set yet\n");
   set_index(db, "k");
-  EXPECT_EQ(stop_text([&] { set_index(db, "v"); }), " db_hash: index has already been set to:  k\n");
+  EXPECT_EQ(stop_output([&] { set_index(db, "v"); }), " db_hash: index has already been set to:  k\n");
   init_db_hash(db, 10);
-  EXPECT_EQ(stop_text([&] { set_index(db, "v"); }), "set_index: index already set\n");
-  EXPECT_EQ(stop_text([&] { add_fields(db, "late", "int"); }), " add_fields: all fields already declared; name= late\n");
-  EXPECT_EQ(stop_text([&] { align_db(db); }),
+  EXPECT_EQ(stop_output([&] { set_index(db, "v"); }), "set_index: index already set\n");
+  EXPECT_EQ(stop_output([&] { add_fields(db, "late", "int"); }), " add_fields: all fields already declared; name= late\n");
+  EXPECT_EQ(stop_output([&] { align_db(db); }),
             " incorrect state for subroutine/function  align_db\n the status is  2  and should be  1\n");
   db.status = 4;
-  EXPECT_EQ(stop_text([&] { init_db_hash(db, 10); }), "dbase: status>3 should not happen\n");
+  EXPECT_EQ(stop_output([&] { init_db_hash(db, 10); }), "dbase: status>3 should not happen\n");
   db.status = 2;
   // With status 2 or 3 the table is emptied, and made again when the size differs.
   insert_el(db, "k", 8);
@@ -400,83 +341,72 @@ TEST(DbHash, DeclarationFailures) {
   EXPECT_EQ(db.filled, 0);
   EXPECT_FALSE(find_key_int(db, 8));
   init_db_hash(db, 20);
-  EXPECT_EQ(db.size, 20);
-  EXPECT_EQ(db.data.cols(), 20);
+  EXPECT_EQ(std::make_tuple(db.size, db.data.cols()), std::make_tuple(20, std::int64_t{20}));
   db_hash empty;
-  EXPECT_EQ(stop_text([&] { move_rec(empty, "first"); }),
+  EXPECT_EQ(stop_output([&] { move_rec(empty, "first"); }),
             " incorrect state for subroutine/function  insert_el\n the status is  0  and should be > 1\n");
+  // An index longer than ten words cannot be hashed.
+  db_hash wide;
+  add_fields(wide, "long", "char", 41);
+  set_index(wide, "long");
+  EXPECT_EQ(stop_output([&] { init_db_hash(wide, 5); }), " db_hash: index field longer than 10 words: long\n");
 }
 
 TEST(DbHash, RecordFailures) {
   db_hash db;
   declare(db, {{"id", "char", 4}, {"n", "int"}, {"w", "real"}}, "id", 11);
-  EXPECT_EQ(stop_text([&] { insert_el(db, "n", 1); }), "db_hash: insertion of non-index field before any index entry\n");
-  EXPECT_EQ(stop_text([&] { get_char(db, "id"); }), "get_el_char: current = 0\n");
-  EXPECT_EQ(stop_text([&] { get_int(db, "n"); }), "get_el_integer: current = 0\n");
-  EXPECT_EQ(stop_text([&] { get_real(db, "w"); }), "get_el_real: current = 0\n");
-  EXPECT_EQ(stop_text([&] { insert_el(db, "zz", 1); }), " db_hash: field  zz  nonexistent\n");
-  EXPECT_EQ(stop_text([&] { insert_el(db, "n", "text"); }), " insert_el_char: field  n  not alphanumeric\n");
-  EXPECT_EQ(stop_text([&] { insert_el(db, "id", 5); }), " insert_el_char: field  id  not integer\n");
-  EXPECT_EQ(stop_text([&] { insert_el(db, "n", 5.0f); }), " insert_el_char: field  n  not real\n");
-  EXPECT_EQ(stop_text([&] { get_int(db, "zz"); }), " get_el_int: field  zz  nonexistent\n");
-  EXPECT_EQ(stop_text([&] { get_int(db, "w"); }), " get_el_char: field  w  not integer\n");
-  EXPECT_EQ(stop_text([&] { move_rec(db, "back"); }), " move_rec: unknown direction: back\n");
-  EXPECT_EQ(stop_text([&] { sort_db(db, "nothing"); }), " sort_db: field  nothing  not found\n");
-  EXPECT_EQ(stop_text([&] { sort_db(db, "w"); }), " sort_db: field  w  not integer\n");
-  EXPECT_EQ(stop_text([&] { add_key(db, std::vector<std::int32_t>{0}); }),
-            "db_hash: a key whose words are all 0 cannot be stored\n");
+  EXPECT_EQ(stop_output([&] { insert_el(db, "n", 1); }), "db_hash: insertion of non-index field before any index entry\n");
+  EXPECT_EQ(stop_output([&] { get_char(db, "id"); }), "get_el_char: current = 0\n");
+  EXPECT_EQ(stop_output([&] { get_int(db, "n"); }), "get_el_integer: current = 0\n");
+  EXPECT_EQ(stop_output([&] { get_real(db, "w"); }), "get_el_real: current = 0\n");
+  EXPECT_EQ(stop_output([&] { insert_el(db, "zz", 1); }), " db_hash: field  zz  nonexistent\n");
+  EXPECT_EQ(stop_output([&] { insert_el(db, "n", "text"); }), " insert_el_char: field  n  not alphanumeric\n");
+  EXPECT_EQ(stop_output([&] { insert_el(db, "id", 5); }), " insert_el_char: field  id  not integer\n");
+  EXPECT_EQ(stop_output([&] { insert_el(db, "n", 5.0f); }), " insert_el_char: field  n  not real\n");
+  EXPECT_EQ(stop_output([&] { get_int(db, "zz"); }), " get_el_int: field  zz  nonexistent\n");
+  EXPECT_EQ(stop_output([&] { get_int(db, "w"); }), " get_el_char: field  w  not integer\n");
+  EXPECT_EQ(stop_output([&] { move_rec(db, "back"); }), " move_rec: unknown direction: back\n");
+  EXPECT_EQ(stop_output([&] { sort_db(db, "nothing"); }), " sort_db: field  nothing  not found\n");
+  EXPECT_EQ(stop_output([&] { sort_db(db, "w"); }), " sort_db: field  w  not integer\n");
+  EXPECT_EQ(stop_output([&] { add_key(db, Ints{0}); }), "db_hash: a key whose words are all 0 cannot be stored\n");
   insert_el(db, "id", "ab");
   db.field_info(1, 1) = 7;
-  EXPECT_EQ(stop_text([&] { sort_db(db, "n", "sort"); }), "This should not happen QF234TYr\n");
+  EXPECT_EQ(stop_output([&] { sort_db(db, "n", "sort"); }), "This should not happen QF234TYr\n");
   db.field_info(1, 1) = 1;
-
   // The probe goes on by 17 slots (a stride of 16 from a 1-based slot), so in a table of 17
   // slots a collision probes the same slot again and again. Keys 1 and 18 collide there.
   db_hash c;
   declare(c, {{"k", "int"}}, "k", 17);
   insert_el(c, "k", 1);
-  EXPECT_EQ(stop_text([&] { insert_el(c, "k", 18); }), "hash table search too slow\n");
+  EXPECT_EQ(stop_output([&] { insert_el(c, "k", 18); }), "hash table search too slow\n");
 
-  // Files.
+  // Files. A full device: the write error is seen even though it sits in the stream's buffer.
   db_hash fresh;
-  EXPECT_EQ(stop_text([&] { read_data(fresh, "none.data"); }), "read_setup: setup not read\n");
-  // A full device: the write error is seen even though it sits in the stream's buffer.
-  EXPECT_EQ(stop_text([&] { write_setup(db, "/dev/full"); }), " db_hash: cannot write file  /dev/full\n");
-  EXPECT_EQ(stop_text([&] { write_data(db, "/dev/full"); }), " db_hash: cannot write file  /dev/full\n");
-  // A data file whose count promises more entries than it holds.
+  EXPECT_EQ(stop_output([&] { read_data(fresh, "none.data"); }), "read_setup: setup not read\n");
+  EXPECT_EQ(stop_output([&] { write_setup(db, "/dev/full"); }), " db_hash: cannot write file  /dev/full\n");
+  EXPECT_EQ(stop_output([&] { write_data(db, "/dev/full"); }), " db_hash: cannot write file  /dev/full\n");
+  // A data file whose count promises more entries than it holds; a damaged value; a count
+  // whose table would not fit 32-bit slot numbers, refused before allocating.
   write_setup(db, "t.setup");
   insert_el(db, "id", "cd");
   write_data(db, "t2.data");
-  std::string body = file_text("t2.data");
+  std::string body = read_file("t2.data");
   write_file("t2.data", body.replace(0, 10, "         5"));
-  db_hash back;
-  read_setup(back, "t.setup");
-  EXPECT_EQ(stop_text([&] { read_data(back, "t2.data"); }),
-            " read_data unsuccessful\n read  2  instead of  5  entries\n");
-  // A damaged value ends the reading.
-  body = file_text("t2.data");
   body.replace(0, 10, "         2");
   write_file("t3.data", body.replace(body.size() - 3, 1, "x"));
-  db_hash damaged;
-  read_setup(damaged, "t.setup");
-  EXPECT_EQ(stop_text([&] { read_data(damaged, "t3.data"); }),
-            " read_data unsuccessful\n read  1  instead of  2  entries\n");
-  // A count whose table would not fit 32-bit slot numbers is refused before allocating.
   write_file("huge.data", "2000000000\n");
-  db_hash huge;
-  read_setup(huge, "t.setup");
-  EXPECT_EQ(stop_text([&] { read_data(huge, "huge.data"); }), " db_hash: table of 2000000000 records is too large\n");
-  db_hash again;
+  for (const auto& [file, message] : {std::pair{"t2.data", " read_data unsuccessful\n read  2  instead of  5  entries\n"},
+                                      {"t3.data", " read_data unsuccessful\n read  1  instead of  2  entries\n"},
+                                      {"huge.data", " db_hash: table of 2000000000 records is too large\n"}}) {
+    db_hash back;
+    read_setup(back, "t.setup");
+    EXPECT_EQ(stop_output([&] { read_data(back, file); }), message);
+  }
+  db_hash again, bad;
   read_setup(again, "t.setup");
-  EXPECT_EQ(stop_text([&] { read_setup(again, "t.setup"); }),
+  EXPECT_EQ(stop_output([&] { read_setup(again, "t.setup"); }),
             " incorrect state for subroutine/function  read_setup\n the status is  1  and should be  0\n");
   write_file("bad.setup", "         3        13         5         3         9\n");
-  db_hash bad;
-  EXPECT_EQ(stop_text([&] { read_setup(bad, "bad.setup"); }), " db_hash: bad setup file  bad.setup\n");
-  EXPECT_EQ(stop_text([&] { read_setup(bad, "missing.setup"); }), " db_hash: cannot open file  missing.setup\n");
-  // An index longer than ten words cannot be hashed.
-  db_hash wide;
-  add_fields(wide, "long", "char", 41);
-  set_index(wide, "long");
-  EXPECT_EQ(stop_text([&] { init_db_hash(wide, 5); }), " db_hash: index field longer than 10 words: long\n");
+  EXPECT_EQ(stop_output([&] { read_setup(bad, "bad.setup"); }), " db_hash: bad setup file  bad.setup\n");
+  EXPECT_EQ(stop_output([&] { read_setup(bad, "missing.setup"); }), " db_hash: cannot open file  missing.setup\n");
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <numeric>
@@ -10,81 +11,65 @@
 #include <string>
 #include <vector>
 
+#include "common/stop.hpp"
 #include "mmekit/support/output.hpp"
-#include "mmekit/support/stop.hpp"
-
-#include "common/stop_output.hpp"
 
 using namespace mmekit;
-using mmekit::testing_support::printed::stop_text;
+using Column = std::vector<std::int32_t>;
 
 namespace {
 
-std::int32_t bits_of(float f) {
-  std::int32_t i;
-  std::memcpy(&i, &f, 4);
-  return i;
-}
+std::int32_t bits_of(float f) { return std::bit_cast<std::int32_t>(f); }
 std::int32_t text4(const char* s) {
   std::int32_t i;
   std::memcpy(&i, s, 4);
   return i;
 }
 
-std::vector<std::int32_t> column(const Array2<std::int32_t>& m, std::int64_t j) {
-  std::vector<std::int32_t> c;
+Column column(const Array2<std::int32_t>& m, std::int64_t j) {
+  Column c;
   for (std::int64_t i = 1; i <= m.rows(); ++i) c.push_back(m(i, j));
   return c;
 }
 
 // A matrix of one row holding `values`.
-Array2<std::int32_t> row(const std::vector<std::int32_t>& values) {
+Array2<std::int32_t> row(const Column& values) {
   Array2<std::int32_t> m(1, static_cast<std::int64_t>(values.size()));
-  for (std::size_t j = 0; j < values.size(); ++j) m(1, static_cast<std::int64_t>(j + 1)) = values[j];
+  m.vec() = values;
   return m;
 }
 
-// Reference "less" by the definition of each key type, written independently of the code.
-bool ref_less(const std::vector<std::int32_t>& a, const std::vector<std::int32_t>& b,
-              const std::vector<std::int32_t>& keys, const std::string& types) {
+// "Less" by the definition of each key type: integers, reals by value (so 0.0 = -0.0), and
+// text in the order of its characters as unsigned bytes.
+bool ref_less(const Column& a, const Column& b, const Column& keys, const std::string& types) {
   for (std::size_t k = 0; k < keys.size(); ++k) {
     const std::int32_t x = a[static_cast<std::size_t>(keys[k] - 1)], y = b[static_cast<std::size_t>(keys[k] - 1)];
     const char t = types.empty() ? 'i' : types[k];
-    if (t == 'i') {
-      if (x != y) return x < y;
-    } else if (t == 'r') {
-      float fx, fy;
-      std::memcpy(&fx, &x, 4);
-      std::memcpy(&fy, &y, 4);
-      if (fx != fy) return fx < fy;
-    } else if (const int c = std::memcmp(&x, &y, 4); c != 0) {
-      return c < 0;  // text order of the characters as unsigned bytes
-    }
+    if (t == 'i' && x != y) return x < y;
+    if (t == 'r' && std::bit_cast<float>(x) != std::bit_cast<float>(y)) return std::bit_cast<float>(x) < std::bit_cast<float>(y);
+    if (t == 'a' && std::memcmp(&x, &y, 4) != 0) return std::memcmp(&x, &y, 4) < 0;
   }
   return false;
 }
 
-// Sorts `m` with sortmat and checks against std::stable_sort: the same multiset of columns,
-// and the same sequence of keys (the sort is not stable, so columns with equal keys may differ).
-void check_against_reference(Array2<std::int32_t> m, const std::vector<std::int32_t>& keys, const std::string& types,
-                             std::int32_t n) {
-  std::vector<std::vector<std::int32_t>> ref;
-  for (std::int64_t j = 1; j <= n; ++j) ref.push_back(column(m, j));
-  std::stable_sort(ref.begin(), ref.end(),
-                   [&](const auto& a, const auto& b) { return ref_less(a, b, keys, types); });
+// Sorts the first n columns of `m` with sortmat and checks them against std::stable_sort: the
+// same multiset of columns, and the same sequence of keys (the sort is not stable, so columns
+// with equal keys may differ). The other columns stay.
+void check_against_reference(Array2<std::int32_t> m, const Column& keys, const std::string& types, std::int32_t n) {
+  std::vector<Column> want;
+  for (std::int64_t j = 1; j <= n; ++j) want.push_back(column(m, j));
+  std::stable_sort(want.begin(), want.end(), [&](const auto& a, const auto& b) { return ref_less(a, b, keys, types); });
   const Array2<std::int32_t> before = m;
   if (types.empty()) {
     sortmat(m, keys, n);
   } else {
     sortmat(m, keys, n, std::nullopt, types);
   }
-  std::vector<std::vector<std::int32_t>> got, want = ref;
+  std::vector<Column> got;
   for (std::int64_t j = 1; j <= n; ++j) {
     got.push_back(column(m, j));
-    // Equal keys by the key types (0.0 and -0.0 are equal reals).
-    const auto& want_col = ref[static_cast<std::size_t>(j - 1)];
-    ASSERT_FALSE(ref_less(got.back(), want_col, keys, types) || ref_less(want_col, got.back(), keys, types))
-        << "column " << j;
+    const Column& w = want[static_cast<std::size_t>(j - 1)];
+    ASSERT_FALSE(ref_less(got.back(), w, keys, types) || ref_less(w, got.back(), keys, types)) << "column " << j;
   }
   std::sort(got.begin(), got.end());
   std::sort(want.begin(), want.end());
@@ -95,12 +80,11 @@ void check_against_reference(Array2<std::int32_t> m, const std::vector<std::int3
 }  // namespace
 
 TEST(Sortmat, CompareKeys) {
-  using Key = std::vector<std::int32_t>;
-  const Key a{1, 5, -3}, b{1, 5, 7}, r1{bits_of(-2.0f)}, r2{bits_of(-1.0f)};
-  const Key n1{bits_of(std::numeric_limits<float>::quiet_NaN()), 1}, n2{bits_of(3.0f), 2};
-  const Key t1{text4("abzz")}, t2{text4("acaa")}, t3{text4("\xe9" "aaa")};
+  const Column a{1, 5, -3}, b{1, 5, 7}, r1{bits_of(-2.0f)}, r2{bits_of(-1.0f)};
+  const Column n1{bits_of(std::numeric_limits<float>::quiet_NaN()), 1}, n2{bits_of(3.0f), 2};
+  const Column t1{text4("abzz")}, t2{text4("acaa")}, t3{text4("\xe9" "aaa")};
   struct Case {
-    const Key &x, &y;
+    const Column &x, &y;
     bool descending;
     const char* types;
     int expected;
@@ -127,22 +111,18 @@ TEST(Sortmat, CompareKeys) {
 TEST(Sortmat, MatchesAStableSortOnRandomMatrices) {
   std::mt19937 rng(11);
   for (int trial = 0; trial < 60; ++trial) {
-    const std::int32_t rows = 1 + static_cast<std::int32_t>(rng() % 5);
-    const std::int32_t cols = static_cast<std::int32_t>(rng() % 400);
+    const auto rows = static_cast<std::int32_t>(1 + rng() % 5), cols = static_cast<std::int32_t>(rng() % 400);
     const std::int32_t spread = trial % 3 == 0 ? 3 : 1000;  // many ties or few
     Array2<std::int32_t> m(rows, cols);
     for (auto& v : m.vec()) v = static_cast<std::int32_t>(rng() % static_cast<unsigned>(spread)) - spread / 2;
-    std::vector<std::int32_t> keys;
-    for (std::int32_t k = 0; k < 1 + static_cast<std::int32_t>(rng() % 3); ++k) {
-      keys.push_back(1 + static_cast<std::int32_t>(rng() % static_cast<unsigned>(rows)));
-    }
-    const std::int32_t n = trial % 4 == 0 ? cols / 2 : cols;
-    check_against_reference(m, keys, "", n);
+    Column keys(1 + rng() % 3);
+    for (auto& k : keys) k = static_cast<std::int32_t>(1 + rng() % static_cast<unsigned>(rows));
+    check_against_reference(m, keys, "", trial % 4 == 0 ? cols / 2 : cols);
   }
   // Typed keys: reals (with negative values and zeros of both signs), text, integers.
   const char* words[] = {"abcd", "abce", "ABCD", "zz  ", "a   ", "0123", "\xe9xyz", "abcd"};
   for (int trial = 0; trial < 30; ++trial) {
-    const std::int32_t cols = 1 + static_cast<std::int32_t>(rng() % 300);
+    const auto cols = static_cast<std::int32_t>(1 + rng() % 300);
     Array2<std::int32_t> m(4, cols);
     for (std::int32_t j = 1; j <= cols; ++j) {
       const float f = static_cast<float>(static_cast<int>(rng() % 21) - 10) * 0.25f;
@@ -158,10 +138,7 @@ TEST(Sortmat, MatchesAStableSortOnRandomMatrices) {
   // Already sorted, reversed and constant inputs.
   for (int kind = 0; kind < 3; ++kind) {
     Array2<std::int32_t> m(2, 1000);
-    for (std::int32_t j = 1; j <= 1000; ++j) {
-      m(1, j) = kind == 0 ? j : (kind == 1 ? 1000 - j : 7);
-      m(2, j) = j;
-    }
+    for (std::int32_t j = 1; j <= 1000; ++j) m(1, j) = kind == 0 ? j : (kind == 1 ? 1000 - j : 7), m(2, j) = j;
     check_against_reference(m, {1}, "", 1000);
   }
 }
@@ -171,19 +148,18 @@ TEST(Sortmat, CountsKeyListsAndShortTypes) {
   // all. Keys may come as the library's 1-based array too.
   Array2<std::int32_t> m = row({3, 2, 1});
   for (std::int32_t n : {0, 1}) {
-    sortmat(m, std::vector<std::int32_t>{1}, n);
+    sortmat(m, Column{1}, n);
     EXPECT_EQ(m, row({3, 2, 1}));
   }
   sortmat(m, Array1<std::int32_t>(1, 1), 99);
   EXPECT_EQ(m, row({1, 2, 3}));
-
   // Types shorter than the keys are reported and the sort goes on by the first key only.
   Array2<std::int32_t> t(2, 4);
   t.vec() = {2, 9, 1, 8, 2, 7, 1, 6};
   CaptureOutput cap;
-  sortmat(t, std::vector<std::int32_t>{1, 2}, std::nullopt, std::nullopt, "i");
+  sortmat(t, Column{1, 2}, std::nullopt, std::nullopt, "i");
   EXPECT_EQ(cap.text(), " sortmat: ordering types of wrong length:'\\ 1 < 2\n");
-  EXPECT_EQ(row({t(1, 1), t(1, 2), t(1, 3), t(1, 4)}), row({1, 1, 2, 2}));
+  EXPECT_EQ((Column{t(1, 1), t(1, 2), t(1, 3), t(1, 4)}), (Column{1, 1, 2, 2}));
 }
 
 TEST(Sortmat, FailureMessages) {
@@ -191,38 +167,33 @@ TEST(Sortmat, FailureMessages) {
   const std::string order = " sortmat: sort order is either 'a' for ascending or 'd' for  descending\n";
   const std::string types = "sortmat: types should contain only characters 'iar'\n";
   // Any order at all ends the run, 'a' included.
-  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, "a"); }), order);
-  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, "d"); }), order);
-  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1}, std::nullopt, std::nullopt, "x"); }), types);
-  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{1, 1}, std::nullopt, std::nullopt, "iI"); }), types);
-  EXPECT_EQ(stop_text([&] { sortmat(m, std::vector<std::int32_t>{2}); }),
-            " sortmat: key row 2 outside the matrix of 1 rows\n");
+  EXPECT_EQ(test::stop_output([&] { sortmat(m, Column{1}, std::nullopt, "a"); }), order);
+  EXPECT_EQ(test::stop_output([&] { sortmat(m, Column{1}, std::nullopt, "d"); }), order);
+  EXPECT_EQ(test::stop_output([&] { sortmat(m, Column{1}, std::nullopt, std::nullopt, "x"); }), types);
+  EXPECT_EQ(test::stop_output([&] { sortmat(m, Column{1, 1}, std::nullopt, std::nullopt, "iI"); }), types);
+  EXPECT_EQ(test::stop_output([&] { sortmat(m, Column{2}); }), " sortmat: key row 2 outside the matrix of 1 rows\n");
 
   // Depth of the stack: the pivot is always the third largest of its part, with the two largest
   // at the right end, so each partition pushes a part of two and goes on with all but three.
   // Built by following the exchanges: the pivot moves to r - 2 and the value there to the middle.
   const std::int32_t n = 200;
-  std::vector<std::int32_t> item(n + 1), value(n + 1, 0);
-  for (std::int32_t p = 1; p <= n; ++p) item[static_cast<std::size_t>(p)] = p;
+  std::vector<std::size_t> item(n + 1);
+  std::iota(item.begin(), item.end(), 0);
+  Column value(n + 1, 0);
   std::int32_t next = 1000000, l = 1, r = n, pushes = 0;
-  while (l + (r - l) / 2 <= r - 3) {
+  for (; l + (r - l) / 2 <= r - 3; r -= 3, ++pushes) {
     const std::int32_t mid = l + (r - l) / 2;
-    for (std::int32_t p : {r, r - 1, mid}) value[static_cast<std::size_t>(item[static_cast<std::size_t>(p)])] = next--;
+    for (std::int32_t p : {r, r - 1, mid}) value[item[static_cast<std::size_t>(p)]] = next--;
     std::swap(item[static_cast<std::size_t>(mid)], item[static_cast<std::size_t>(r - 2)]);
-    r -= 3;
-    ++pushes;
   }
   ASSERT_GT(pushes, 50);
   Array2<std::int32_t> deep(1, n);
-  std::int32_t low = 1;
-  for (std::int32_t p = 1; p <= n; ++p) {
-    deep(1, p) = value[static_cast<std::size_t>(p)] != 0 ? value[static_cast<std::size_t>(p)] : low++;
-  }
-  EXPECT_EQ(stop_text([&] { sortmat(deep, std::vector<std::int32_t>{1}); }), "stack > 50\n");
+  for (std::int32_t p = 1, low = 1; p <= n; ++p) deep(1, p) = value[static_cast<std::size_t>(p)] != 0 ? value[static_cast<std::size_t>(p)] : low++;
+  EXPECT_EQ(test::stop_output([&] { sortmat(deep, Column{1}); }), "stack > 50\n");
   // The stack is usable again after the stop; a shallower pattern of the same kind sorts.
-  std::vector<std::int32_t> up(100);
+  Column up(100);
   std::iota(up.begin(), up.end(), 1);
-  Array2<std::int32_t> fine = row(std::vector<std::int32_t>(up.rbegin(), up.rend()));
-  sortmat(fine, std::vector<std::int32_t>{1});
+  Array2<std::int32_t> fine = row(Column(up.rbegin(), up.rend()));
+  sortmat(fine, Column{1});
   EXPECT_EQ(fine, row(up));
 }

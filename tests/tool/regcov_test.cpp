@@ -1,42 +1,42 @@
 // The covariate tool: coefficient table, record loop, output formats, dialogue and the program.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <algorithm>
 #include <cmath>
-#include <fstream>
+#include <cstdlib>
 #include <random>
 #include <sstream>
 
+#include "common/files.hpp"
+#include "common/stop.hpp"
 #include "mmekit/support/format.hpp"
 #include "mmekit/support/output.hpp"
-#include "mmekit/support/stop.hpp"
 #include "mmekit/tool/fixed_output.hpp"
 #include "mmekit/tool/regcov.hpp"
-
-#include "common/stop_output.hpp"
-#include "tool/test_helpers.hpp"
 
 namespace mmekit {
 namespace {
 
-using tool_test::read_file;
-using tool_test::write_file;
-using testing_support::printed::stop_text;
+using test::read_file;
+using test::stop_output;
+using test::write_file;
 
 // sqrt(2j + 1) P_j(x) by Bonnet's recursion, scaled by the single-precision root of 2 the tool
 // uses in place of the exact one.
 double normalised_legendre(int j, double x) {
-  long double p0 = 1, p1 = x;
-  if (j == 0) p1 = 1;
+  long double p0 = 1, p1 = j == 0 ? 1 : x;
   for (int n = 1; n < j; ++n) {
-    long double p2 = ((2 * n + 1) * x * p1 - n * p0) / (n + 1);
+    const long double p2 = ((2 * n + 1) * x * p1 - n * p0) / (n + 1);
     p0 = p1;
     p1 = p2;
   }
   return static_cast<double>(std::sqrt(2.0L * j + 1) * p1 * (1.4142135381698608L / std::sqrt(2.0L)));
 }
 
-std::string run_records(std::vector<RegcovRange> ranges, const std::string& data) {
-  RegcovRecords loop(std::move(ranges));
+std::string run_records(std::vector<RegcovRange> ranges, const std::string& data, bool memo = true) {
+  RegcovRecords loop(std::move(ranges), memo);
   std::istringstream in(data);
   std::ostringstream out;
   loop.run(in, out);
@@ -44,53 +44,35 @@ std::string run_records(std::vector<RegcovRange> ranges, const std::string& data
 }
 
 TEST(RegcovFunctions, FactorialBinomialScalingPowers) {
-  EXPECT_EQ(factorial(-3), 1.0);
-  EXPECT_EQ(factorial(1), 1.0);
-  EXPECT_EQ(factorial(5), 120.0);
-  EXPECT_EQ(factorial(20), 2432902008176640000.0);
+  EXPECT_EQ(std::make_tuple(factorial(-3), factorial(1), factorial(5), factorial(20)),
+            std::make_tuple(1.0, 1.0, 120.0, 2432902008176640000.0));
   EXPECT_TRUE(std::isinf(factorial(171)));
-  EXPECT_EQ(binomial(6, 0), 1.0);
-  EXPECT_EQ(binomial(6, 6), 1.0);
-  EXPECT_EQ(binomial(6, 2), 15.0);
-  EXPECT_EQ(binomial(10, 5), 252.0);
-  EXPECT_EQ(to_unit_range(150, 200, 100), 0.0);
-  EXPECT_EQ(to_unit_range(100, 200, 100), -1.0);
-  EXPECT_EQ(to_unit_range(200, 200, 100), 1.0);
-  EXPECT_EQ(to_unit_range(125, 200, 100), -0.5);
+  EXPECT_EQ(std::make_tuple(binomial(6, 0), binomial(6, 6), binomial(6, 2), binomial(10, 5)),
+            std::make_tuple(1.0, 1.0, 15.0, 252.0));
+  EXPECT_EQ(std::make_tuple(to_unit_range(150, 200, 100), to_unit_range(100, 200, 100), to_unit_range(200, 200, 100),
+                            to_unit_range(125, 200, 100)),
+            std::make_tuple(0.0, -1.0, 1.0, -0.5));
   EXPECT_TRUE(std::isnan(to_unit_range(5, 5, 5)));
   // Differences beyond the 32-bit range are exact.
   EXPECT_EQ(to_unit_range(INT32_MAX, INT32_MAX, INT32_MIN), 1.0);
   EXPECT_EQ(to_unit_range(INT32_MIN, INT32_MAX, INT32_MIN), -1.0);
-  EXPECT_EQ(power_of_two_i4(0), 1.0);
-  EXPECT_EQ(power_of_two_i4(30), 1073741824.0);
-  EXPECT_EQ(power_of_two_i4(31), -2147483648.0);
-  EXPECT_EQ(power_of_two_i4(32), 0.0);
-  EXPECT_EQ(power_extended(0.3, 0), 1.0);
-  EXPECT_EQ(power_extended(std::nan(""), 0), 1.0);
-  EXPECT_EQ(power_extended(-0.5, 3), -0.125);
-  // Extended precision: 1.1^7 rounded once from long double, compared with a long double product.
-  long double p = static_cast<long double>(1.1);
-  long double q = p * p;        // x^2
-  long double r = p * q * (q * q);  // x * x^2 * x^4, the order of binary exponentiation
-  EXPECT_EQ(power_extended(1.1, 7), static_cast<double>(r));
+  EXPECT_EQ(std::make_tuple(power_of_two_i4(0), power_of_two_i4(30), power_of_two_i4(31), power_of_two_i4(32)),
+            std::make_tuple(1.0, 1073741824.0, -2147483648.0, 0.0));
+  EXPECT_EQ(std::make_tuple(power_extended(0.3, 0), power_extended(std::nan(""), 0), power_extended(-0.5, 3)),
+            std::make_tuple(1.0, 1.0, -0.125));
+  // 1.1^7 rounded once from long double: x * x^2 * x^4, the order of binary exponentiation.
+  const long double p = 1.1, q = p * p;
+  EXPECT_EQ(power_extended(1.1, 7), static_cast<double>(p * q * (q * q)));
 }
 
 TEST(LegendreTable, CoefficientsAreNormalisedLegendrePolynomials) {
   std::vector<RegcovRange> ranges{{1, 0, 10, 12}, {2, 5, 6, 0}, {3, 0, 1, -4}};
   LegendreTable t(ranges);
   ASSERT_EQ(t.ranges(), 3);
-  EXPECT_EQ(t.npoly(2), 0);
-  EXPECT_EQ(t.npoly(3), 0);
-  // Order 0 is sqrt(0.5) times the single-precision root of 2, a little below 1.
-  EXPECT_NEAR(t.coef(0, 0, 1), 0.9999999829, 1e-10);
-  EXPECT_NE(t.coef(0, 0, 1), 1.0);
-  EXPECT_EQ(t.coef(0, 0, 2), t.coef(0, 0, 1));
-  // sqrt(5) P2 = sqrt(5) (1.5 x^2 - 0.5)
-  EXPECT_NEAR(t.coef(2, 2, 1), std::sqrt(5.0) * 1.5, 1e-7);
-  EXPECT_NEAR(t.coef(2, 0, 1), -std::sqrt(5.0) * 0.5, 1e-7);
+  EXPECT_EQ(t.npoly(2) + t.npoly(3), 0);
   EXPECT_EQ(t.coef(2, 1, 1), 0.0);
-  EXPECT_EQ(t.pwr(5, 0, 1), 5);
-  EXPECT_EQ(t.pwr(5, 2, 1), 1);
+  EXPECT_EQ(t.pwr(5, 0, 1) * 10 + t.pwr(5, 2, 1), 51);
+  // Against Bonnet's recursion, which tells the single-precision root of 2 from the exact one.
   for (int j = 1; j <= 12; ++j) {
     for (double x : {-1.0, -0.73, -0.2, 0.35, 0.9, 1.0}) {
       double s = 0;
@@ -98,55 +80,43 @@ TEST(LegendreTable, CoefficientsAreNormalisedLegendrePolynomials) {
       EXPECT_NEAR(s, normalised_legendre(j, x), 1e-9 * (1 + std::fabs(s))) << j << " " << x;
     }
   }
+  // Order 31 is divided by -2^31 (2^31 does not fit 32 bits), so its sign flips; above that
+  // the divisor is 0.
+  LegendreTable high(std::vector<RegcovRange>{{1, 0, 40, 33}});
+  EXPECT_LT(high.coef(31, 31, 1), 0.0);
+  EXPECT_TRUE(std::isinf(high.coef(32, 32, 1)));
+  std::vector<double> cov(33);
+  high.evaluate(1, 30, 40, 0, cov);  // x = 0.5
+  EXPECT_NEAR(cov[29], normalised_legendre(30, 0.5), 1e-6);
+  EXPECT_NEAR(cov[30], -normalised_legendre(31, 0.5), 1e-6);
+  EXPECT_TRUE(std::isnan(cov[31]) && std::isnan(cov[32]));
 }
 
-TEST(LegendreTable, EvaluationKeepsTheZeroReplacementInsideTheSum) {
-  std::vector<RegcovRange> ranges{{1, 0, 10, 5}};
-  LegendreTable t(ranges);
+TEST(LegendreTable, EvaluationIsTheSumOfTheTermsWithTheZeroReplacedInside) {
+  LegendreTable t(std::vector<RegcovRange>{{1, 0, 10, 5}});
   std::vector<double> cov(5);
   t.evaluate(1, 5, 10, 0, cov);  // the centre: x = 0
-  EXPECT_EQ(cov[0], 1.0e-12);
-  EXPECT_EQ(cov[2], 1.0e-12);
-  EXPECT_EQ(cov[4], 1.0e-12);
+  EXPECT_EQ(std::make_tuple(cov[0], cov[2], cov[4]), std::make_tuple(1.0e-12, 1.0e-12, 1.0e-12));
   // Even orders: the x^2 term gives 0, replaced by 1e-12, then the constant term is added.
   EXPECT_EQ(cov[1], 1.0e-12 + t.coef(2, 0, 1));
   EXPECT_NE(cov[1], t.coef(2, 0, 1));
   EXPECT_EQ(cov[3], (1.0e-12 + 0.0 * t.coef(4, 2, 1)) + t.coef(4, 0, 1));
-  t.evaluate(1, 8, 10, 0, cov);  // x = 0.6
-  for (int j = 1; j <= 5; ++j) EXPECT_NEAR(cov[j - 1], normalised_legendre(j, 0.6), 1e-12);
-}
-
-TEST(LegendreTable, EvaluationUsesBinaryExponentiationPowers) {
-  // The covariates equal the sums written out with power_extended, bit for bit.
-  std::vector<RegcovRange> ranges{{1, -1000, 997, 30}};
-  LegendreTable t(ranges);
-  std::vector<double> cov(30);
+  // Elsewhere, bit for bit, the sum in rising k of x^(j - 2k) by power_extended (binary
+  // exponentiation in extended precision) times the coefficient, replaced after each term.
+  LegendreTable wide(std::vector<RegcovRange>{{1, -1000, 997, 30}});
+  cov.resize(30);
   for (std::int32_t v = -1000; v <= 997; v += 37) {
-    t.evaluate(1, v, 997, -1000, cov);
-    double x = to_unit_range(v, 997, -1000);
+    wide.evaluate(1, v, 997, -1000, cov);
+    const double x = to_unit_range(v, 997, -1000);
     for (int j = 1; j <= 30; ++j) {
       double sum = 0.0;
       for (int k = 0; k <= j / 2; ++k) {
-        sum += power_extended(x, j - 2 * k) * t.coef(j, j - 2 * k, 1);
+        sum += power_extended(x, j - 2 * k) * wide.coef(j, j - 2 * k, 1);
         if (sum == 0.0) sum = 1.0e-12;
       }
       ASSERT_EQ(cov[j - 1], sum) << v << " " << j;
     }
   }
-}
-
-TEST(LegendreTable, OrderThirtyOneAndAbove) {
-  std::vector<RegcovRange> ranges{{1, 0, 40, 33}};
-  LegendreTable t(ranges);
-  // 2^31 does not fit 32 bits: order 31 is divided by -2^31, so its sign is flipped.
-  EXPECT_LT(t.coef(31, 31, 1), 0.0);
-  EXPECT_TRUE(std::isinf(t.coef(32, 32, 1)));
-  std::vector<double> cov(33);
-  t.evaluate(1, 30, 40, 0, cov);  // x = 0.5
-  EXPECT_NEAR(cov[29], normalised_legendre(30, 0.5), 1e-6);
-  EXPECT_NEAR(cov[30], -normalised_legendre(31, 0.5), 1e-6);
-  EXPECT_TRUE(std::isnan(cov[31]));
-  EXPECT_TRUE(std::isnan(cov[32]));
 }
 
 TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
@@ -155,32 +125,23 @@ TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
     append_f05(s, v);
     return s;
   };
-  EXPECT_EQ(f05(0.5), " .50000");
-  EXPECT_EQ(f05(-0.25), " -.25000");
-  EXPECT_EQ(f05(12.5), " 12.50000");
-  EXPECT_EQ(f05(1.1f), " 1.10000");
-  EXPECT_EQ(f05(123456.7f), " 123456.70312");  // 123456.703125: the tie goes to even
-  EXPECT_EQ(f05(0.015625), " .01562");
-  EXPECT_EQ(f05(0.046875), " .04688");
-  EXPECT_EQ(f05(1e-12), " .00000");
-  EXPECT_EQ(f05(std::nan("")), " NaN");
-
+  // Ties to even on the exact binary value: 123456.703125, 0.015625, 0.046875.
+  EXPECT_EQ(f05(123456.7f) + f05(0.015625) + f05(0.046875) + f05(1.1f), " 123456.70312 .01562 .04688 1.10000");
   std::mt19937_64 gen(2026);
   std::uniform_real_distribution<double> mag(-40, 40);
   std::uniform_int_distribution<std::uint64_t> bits;
-  std::vector<double> values{0.0, -0.0, 1e300, -1e300, 1e33, 4.9e-324, 0.000005, 0.000015,
-                             std::numeric_limits<double>::infinity(),
-                             -std::numeric_limits<double>::infinity(), 2147483648.0, -2147483648.0};
+  const double inf = std::numeric_limits<double>::infinity();
+  std::vector<double> values{0.0, -0.0, 1e300, -1e300, 1e33, 4.9e-324, 0.000005, 0.000015, inf, -inf, std::nan(""),
+                             2147483648.0, -2147483648.0};
   for (int i = 0; i < 20000; ++i) values.push_back((i % 2 ? -1 : 1) * std::pow(10.0, mag(gen)) * 1.2345);
   for (int i = 0; i < 5000; ++i) values.push_back(std::bit_cast<double>(bits(gen)));
   for (int i = 0; i < 5000; ++i) values.push_back(std::round(mag(gen) * 1e6) / 64.0);  // exact ties
-  Format fmt("(1x,f0.5)");
+  const Format fmt("(1x,f0.5)"), ifmt("(1x,i0)");
   for (double v : values) {
     ASSERT_EQ(f05(v) + "\n", fmt.write(FormatList(v))) << v;
-    float f = static_cast<float>(v);
+    const auto f = static_cast<float>(v);
     ASSERT_EQ(f05(f) + "\n", fmt.write(FormatList(f))) << f;
   }
-  Format ifmt("(1x,i0)");
   for (std::int32_t v : {0, 1, -1, 42, INT32_MAX, INT32_MIN, -700}) {
     std::string s;
     append_i0(s, v);
@@ -188,78 +149,65 @@ TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
   }
 }
 
-TEST(RegcovRecords, WorkedExampleAndColumnRule) {
-  std::vector<RegcovRange> r{{2, 100, 200, 2}};
+TEST(RegcovRecords, ColumnsClampingAndLineRules) {
+  const std::vector<RegcovRange> r{{2, 100, 200, 2}};
   EXPECT_EQ(run_records(r, "7 150 3.5\n"), " 7 150 .00000 -1.11803 3.50000\n");
   // Truncation: the value is 150 for the polynomial; the column keeps its own digits (the r4
   // nearest to 150.9 is 150.899993896484375).
   EXPECT_EQ(run_records(r, "7 150.9 3.5\n"), " 7 150.89999 .00000 -1.11803 3.50000\n");
-  // Clamping to the limits; the column is copied with its own value. sqrt(3) and sqrt(5) at
-  // x = -1 and x = 1.
+  // Clamping to the limits (sqrt(3) and sqrt(5) at x = -1 and 1); the column keeps its value.
   EXPECT_EQ(run_records(r, "1 50 9\n2 250 9\n3 -7 9\n"),
             " 1 50 -1.73205 2.23607 9\n 2 250 1.73205 2.23607 9\n 3 -7 -1.73205 2.23607 9\n");
   // Non-numeric items are 0, written as integers; a CRLF line end is removed; -0.0 is an integer.
-  EXPECT_EQ(run_records(r, "abc 150 x1\r\n-0 150 -0.5\n"),
-            " 0 150 .00000 -1.11803 0\n 0 150 .00000 -1.11803 -.50000\n");
+  EXPECT_EQ(run_records(r, "abc 150 x1\r\n-0 150 -0.5\n"), " 0 150 .00000 -1.11803 0\n 0 150 .00000 -1.11803 -.50000\n");
   // Integers beyond 2^24 lose digits through r4; beyond the 32-bit range they are written in
   // fixed notation and count as the nearest 32-bit integer for the polynomial.
   EXPECT_EQ(run_records(r, "16777217 3000000000\n-2147483648 -3000000000\n1 2147483648\n"),
-            " 16777216 3000000000.00000 1.73205 2.23607\n"
-            " -2147483648 -3000000000.00000 -1.73205 2.23607\n"
+            " 16777216 3000000000.00000 1.73205 2.23607\n -2147483648 -3000000000.00000 -1.73205 2.23607\n"
             " 1 2147483648.00000 1.73205 2.23607\n");
-}
-
-TEST(RegcovRecords, EqualLimitsGiveNotANumberAndTheRecordIsWritten) {
+  // Equal limits give not-a-number and the record is written; limits the wrong way round clamp
+  // to the maximum first.
   EXPECT_EQ(run_records({{1, 100, 100, 2}}, "100 1\n5 2\n"), " 100 NaN NaN 1\n 5 NaN NaN 2\n");
-  // Limits given the wrong way round: the value is clamped to max first.
   EXPECT_EQ(run_records({{1, 200, 100, 1}}, "150 1\n"), " 150 1.73205 1\n");
-}
-
-TEST(RegcovRecords, LineRules) {
   // Two ranges on one column, and on the last column (the line ends after the first set).
-  std::vector<RegcovRange> same{{3, 0, 10, 1}, {3, 0, 20, 1}};
-  EXPECT_EQ(run_records(same, "1 2 5 4\n"), " 1 2 5 .00000 -.86603 4\n");
-  EXPECT_EQ(run_records(same, "1 2 5\n"), " 1 2 5 .00000\n");
+  const std::vector<RegcovRange> same{{3, 0, 10, 1}, {3, 0, 20, 1}};
+  EXPECT_EQ(run_records(same, "1 2 5 4\n") + run_records(same, "1 2 5\n"), " 1 2 5 .00000 -.86603 4\n 1 2 5 .00000\n");
   // A position below the previous one writes no column for its range; the rest of the line is
   // written from the last position on.
-  std::vector<RegcovRange> down{{3, 0, 10, 1}, {1, 0, 10, 1}};
-  EXPECT_EQ(run_records(down, "1 2 5 4\n"), " 1 2 5 .00000 -1.38564 2 5 4\n");
+  EXPECT_EQ(run_records({{3, 0, 10, 1}, {1, 0, 10, 1}}, "1 2 5 4\n"), " 1 2 5 .00000 -1.38564 2 5 4\n");
   // No ranges: one-column records write nothing at all, blank lines too; longer ones are copied.
   EXPECT_EQ(run_records({}, "5\n\n1 2.5 3\n"), " 1 2.50000 3\n");
-  {
-    RegcovRecords loop({});
-    std::istringstream in("5\n\n1 2\n");
-    std::ostringstream out;
-    EXPECT_EQ(loop.run(in, out), 3);
-  }
+  RegcovRecords loop({});
+  std::istringstream in("5\n\n1 2\n");
+  std::ostringstream out;
+  EXPECT_EQ(loop.run(in, out), 3);
   // No polynomials: the columns are still copied; on a one-column record the line still ends.
-  EXPECT_EQ(run_records({{2, 0, 10, 0}}, "1 2 3\n"), " 1 2 3\n");
-  EXPECT_EQ(run_records({{1, 0, 10, 0}}, "4\n"), " 4\n");
-  EXPECT_EQ(run_records({{1, 0, 10, -3}}, "4 5\n"), " 4 5\n");
+  EXPECT_EQ(run_records({{2, 0, 10, 0}}, "1 2 3\n") + run_records({{1, 0, 10, 0}}, "4\n") +
+                run_records({{1, 0, 10, -3}}, "4 5\n"),
+            " 1 2 3\n 4\n 4 5\n");
   // One-column records with several ranges: each range ends a line.
   EXPECT_EQ(run_records({{1, 0, 10, 1}, {1, 0, 10, 1}}, "5\n"), " 5 .00000\n .00000\n");
-  // A line is cut at 255 characters, here in the middle of a number.
-  std::string longline = "7" + std::string(249, ' ') + "123456789";
-  EXPECT_EQ(run_records({}, longline + "\n"), " 7 12345\n");
-  // The last line without a line end is a record.
-  EXPECT_EQ(run_records({}, "1 2"), " 1 2\n");
+  // A line is cut at 255 characters, here in the middle of a number; the last line without a
+  // line end is a record; records of many items are copied whole.
+  EXPECT_EQ(run_records({}, "7" + std::string(249, ' ') + "123456789\n1 2"), " 7 12345\n 1 2\n");
+  std::string line, expect = " 1 -1.38564";
+  for (int i = 1; i <= 120; ++i) line += std::to_string(i % 10) + " ";
+  for (int i = 2; i <= 120; ++i) expect += " " + std::to_string(i % 10);
+  EXPECT_EQ(run_records({{1, 0, 10, 1}}, line + "\n"), expect + "\n");
 }
 
 TEST(RegcovRecords, MoreThanAHundredPolynomialsBreakTheLine) {
-  std::vector<RegcovRange> r{{1, 0, 10, 102}};
-  std::string text = run_records(r, "5 1 2\n");
-  // The same bytes as the format itself writes for the record's covariates.
-  LegendreTable t(r);
-  std::vector<double> cov(102);
-  t.evaluate(1, 5, 10, 0, cov);
-  std::string covs = Format("(100(1x,f0.5))").write_partial(FormatList(cov));
-  EXPECT_EQ(text, " 5" + covs + " 1 2\n");
-  std::size_t nl = text.find('\n');
+  const std::string text = run_records({{1, 0, 10, 102}}, "5 1 2\n");
+  // 100 values on the first line, then the last two and the rest of the record.
+  const std::size_t nl = text.find('\n');
   ASSERT_NE(nl, std::string::npos);
-  EXPECT_EQ(std::count(text.begin(), text.begin() + nl, ' '), 101);  // the column and 100 values
+  EXPECT_EQ(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(nl), ' '), 101);
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
-  // Exactly 100 values: one line.
-  std::string hundred = run_records({{1, 0, 10, 100}}, "5 1\n");
+  // Orders 1 to 4 at x = 0: 0 made 1e-12, -sqrt(5) / 2, 1e-12, 3 x 3 / 8. Orders above 31 are
+  // divided by 0 (2^j in 32 bits); from 101 on the binomials overflow too: inf / inf.
+  EXPECT_TRUE(text.starts_with(" 5 .00000 -1.11803 .00000 1.12500 ")) << text;
+  EXPECT_TRUE(text.ends_with("\n NaN NaN 1 2\n")) << text;
+  const std::string hundred = run_records({{1, 0, 10, 100}}, "5 1\n");
   EXPECT_EQ(std::count(hundred.begin(), hundred.end(), '\n'), 1);
   EXPECT_EQ(std::count(hundred.begin(), hundred.end(), ' '), 102);
 }
@@ -272,62 +220,31 @@ TEST(RegcovRecords, KeptCovariateTextIsTheSameAsNewlyMade) {
     data += std::to_string(i) + " " + std::to_string(value(gen)) + " " + std::to_string(value(gen)) + ".25 " +
             std::to_string(value(gen) / 7.0) + "\n";
   // Ranges kept and not kept (limits the wrong way round, more values than are kept).
-  std::vector<RegcovRange> r{{2, 5, 305, 4},  {3, 20, 120, 103}, {4, 0, 10, 3},
-                             {2, 7, 7, 2},    {3, 9, 1, 2},      {2, -100000, 100000, 3}};
-  auto run = [&](bool memo) {
-    RegcovRecords loop(r, memo);
-    std::istringstream in(data);
-    std::ostringstream out;
-    EXPECT_EQ(loop.run(in, out), 3000);
-    return out.str();
-  };
-  std::string with = run(true), without = run(false);
-  EXPECT_EQ(with.size(), without.size());
-  EXPECT_TRUE(with == without);
-}
-
-TEST(RegcovRecords, RecordsWithManyItemsAreCopiedWhole) {
-  std::string line;
-  for (int i = 1; i <= 120; ++i) line += std::to_string(i % 10) + " ";
-  std::string text = run_records({{1, 0, 10, 1}}, line + "\n");
-  std::string expect = " 1 -1.38564";
-  for (int i = 2; i <= 120; ++i) expect += " " + std::to_string(i % 10);
-  EXPECT_EQ(text, expect + "\n");
+  const std::vector<RegcovRange> r{{2, 5, 305, 4}, {3, 20, 120, 103}, {4, 0, 10, 3},
+                                   {2, 7, 7, 2},   {3, 9, 1, 2},      {2, -100000, 100000, 3}};
+  const std::string with = run_records(r, data, true);
+  EXPECT_EQ(std::count(with.begin(), with.end(), '\n'), 6000);  // the 103 values break each line
+  EXPECT_TRUE(with == run_records(r, data, false));
 }
 
 TEST(RegcovRecords, ShortRecordsStopAndKeepWhatWasWritten) {
-  std::vector<RegcovRange> r{{2, 100, 200, 2}};
-  {
-    RegcovRecords loop(r);
-    std::istringstream in("7 150 3.5\n\n8 150\n");  // a blank line in the file
-    std::ostringstream out;
-    EXPECT_EQ(stop_text([&] { loop.run(in, out); }), " *** error : nn < last position\n");
-    EXPECT_EQ(out.str(), " 7 150 .00000 -1.11803 3.50000\n");
-    EXPECT_EQ(loop.records(), 1);
+  RegcovRecords loop({{2, 100, 200, 2}});
+  std::istringstream in("7 150 3.5\n\n8 150\n");  // a blank line in the file
+  std::ostringstream out;
+  EXPECT_EQ(stop_output([&] { loop.run(in, out); }), " *** error : nn < last position\n");
+  EXPECT_EQ(out.str(), " 7 150 .00000 -1.11803 3.50000\n");
+  EXPECT_EQ(loop.records(), 1);
+  // Any position beyond the record stops; a position no line can reach sizes nothing.
+  std::string text;
+  for (auto [first, last, message] : {std::tuple{3, 1, " *** error : nn < position\n"},
+                                      std::tuple{2147483647, 1, " *** error : nn < position\n"},
+                                      std::tuple{1, 2147483647, " *** error : nn < last position\n"}}) {
+    RegcovRecords two({{first, 0, 10, 1}, {last, 0, 10, 1}});
+    EXPECT_EQ(stop_output([&] { two.record("1 2", text); }), message);
   }
-  {
-    RegcovRecords loop({{3, 0, 10, 1}, {1, 0, 10, 1}});
-    std::string text;
-    EXPECT_EQ(stop_text([&] { loop.record("1 2", text); }), " *** error : nn < position\n");
-    EXPECT_EQ(text, "");
-  }
-  {
-    // A position no line can reach: every record stops, and nothing is sized by the position.
-    RegcovRecords loop({{2147483647, 0, 10, 1}, {1, 0, 10, 1}});
-    std::string text;
-    EXPECT_EQ(stop_text([&] { loop.record("1 2", text); }), " *** error : nn < position\n");
-    RegcovRecords last({{1, 0, 10, 1}, {2147483647, 0, 10, 1}});
-    EXPECT_EQ(stop_text([&] { last.record("1 2", text); }), " *** error : nn < last position\n");
-  }
-}
-
-TEST(RegcovPositions, PositionLine) {
+  EXPECT_EQ(text, "");
   EXPECT_EQ(regcov_positions(" 3 1.9 x 7e0"), (std::vector<std::int32_t>{3, 1, 0, 7}));
   EXPECT_TRUE(regcov_positions("").empty());
-  std::string many;
-  for (int i = 0; i < 101; ++i) many += "1 ";
-  EXPECT_EQ(stop_text([&] { regcov_positions(many); }),
-            " Error in nums2 splitting string starting: \n " + many.substr(0, 80) + "\n into m: 100 items\n");
 }
 
 TEST(RegcovProgram, DialogueFilesAndRecordCount) {
@@ -339,15 +256,13 @@ TEST(RegcovProgram, DialogueFilesAndRecordCount) {
             " Regcov ver. 2.6\n Name of input file\n Name of output file\n Position for regression\n"
             " 1  th range: min & max;  # polynomials\n # records = 2\n");
   EXPECT_EQ(read_file("prog_out.txt"), " 7 150 .00000 -1.11803 3.50000\n 8 120 -1.03923 .08944 4\n");
-}
-
-TEST(RegcovProgram, MissingInputIsCreatedEmpty) {
+  // A missing input file is created empty.
   std::remove("prog_missing.txt");
-  std::istringstream answers("prog_missing.txt\nprog_out2.txt\n\n");
-  CaptureOutput cap;
-  regcov(answers);
-  EXPECT_NE(cap.text().find(" # records = 0\n"), std::string::npos);
-  EXPECT_EQ(read_file("prog_missing.txt"), "");
+  std::istringstream none("prog_missing.txt\nprog_out2.txt\n\n");
+  cap.clear();
+  regcov(none);
+  EXPECT_TRUE(cap.text().ends_with(" # records = 0\n"));
+  EXPECT_TRUE(test::file_exists("prog_missing.txt") && read_file("prog_missing.txt").empty());
   EXPECT_EQ(read_file("prog_out2.txt"), "");
 }
 
@@ -355,24 +270,51 @@ TEST(RegcovProgram, DialogueFailures) {
   write_file("prog_in3.txt", "1 2\n");
   auto fails = [](const std::string& answers) {
     std::istringstream in(answers);
-    std::string text = stop_text([&] { regcov(in); });
-    std::size_t last = text.rfind('\n', text.size() - 2);
-    return text.substr(last + 1);
+    const std::string text = stop_output([&] { regcov(in); });
+    return text.substr(text.rfind('\n', text.size() - 2) + 1);
   };
-  EXPECT_EQ(fails(""), " *** error : end of input while reading the answers\n");
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n"), " *** error : end of input while reading the answers\n");
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1 2\n1 10 2\n"),
-            " *** error : end of input while reading the answers\n");
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 abc 2\n"),
-            " *** error : the answer for range 1 must be three integers: min, max, # polynomials\n");
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 2.5 2\n"),
-            " *** error : the answer for range 1 must be three integers: min, max, # polynomials\n");
+  const std::string eof = " *** error : end of input while reading the answers\n",
+                    three = " *** error : the answer for range 1 must be three integers: min, max, # polynomials\n";
+  EXPECT_EQ(fails(""), eof);
+  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n"), eof);
+  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1 2\n1 10 2\n"), eof);
+  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 abc 2\n"), three);
+  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 2.5 2\n"), three);
   EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n2 0\n"), " *** error : position below 1 in the position line\n");
-  EXPECT_EQ(fails("prog_in3.txt\nprog_in3.txt\n1\n"),
-            " *** error : input and output are the same file: prog_in3.txt\n");
+  EXPECT_EQ(fails("prog_in3.txt\nprog_in3.txt\n1\n"), " *** error : input and output are the same file: prog_in3.txt\n");
   EXPECT_EQ(read_file("prog_in3.txt"), "1 2\n");
   EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n0 10 100000\n"), " *** error : too many polynomials\n");
   EXPECT_EQ(fails("prog_in3.txt\nno_such_dir/x.txt\n1\n"), " *** error : cannot open file no_such_dir/x.txt\n");
+  std::string many;
+  for (int i = 0; i < 101; ++i) many += "1 ";
+  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n" + many + "\n"), " into m: 100 items\n");
+}
+
+// Runs the regcov program with `answers` on standard input; returns the exit status and its
+// standard output in `output`.
+int run_binary(const std::string& answers, std::string& output) {
+  write_file("e2e.answers", answers);
+  const std::string cmd = std::string(MMEKIT_BINARY_DIR) + "/bin/regcov < e2e.answers > e2e.stdout 2>&1";
+  const int status = std::system(cmd.c_str());
+  output = read_file("e2e.stdout");
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(RegcovBinary, ExitStatusOutputAndFiles) {
+  write_file("e2e_in.txt", "7 150 3.5\n12 180 22.25\n");
+  std::string out;
+  EXPECT_EQ(run_binary("e2e_in.txt\ne2e_out.txt\n2\n100 200 2\n", out), 0);
+  EXPECT_TRUE(out.ends_with(" 1  th range: min & max;  # polynomials\n # records = 2\n")) << out;
+  EXPECT_EQ(read_file("e2e_out.txt"), " 7 150 .00000 -1.11803 3.50000\n 12 180 1.03923 .08944 22.25000\n");
+  // A stop keeps the lines written before it (more than fill a buffer) and exits with 1.
+  std::string data;
+  for (int i = 0; i < 5000; ++i) data += std::to_string(i) + " 150 3.5\n";
+  write_file("e2e_in2.txt", data + "\n1 150 2\n");
+  EXPECT_EQ(run_binary("e2e_in2.txt\ne2e_out2.txt\n2\n100 200 2\n", out), 1);
+  EXPECT_TRUE(out.ends_with(" *** error : nn < last position\n")) << out;
+  const std::string written = read_file("e2e_out2.txt");
+  EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 5000);
+  EXPECT_TRUE(written.ends_with("\n 4999 150 .00000 -1.11803 3.50000\n"));
 }
 
 }  // namespace
