@@ -296,21 +296,8 @@ TEST(TorvexKernel, OrderUnit) {
     ASSERT_EQ(k.run(10, nullptr, &a), 0);
     perm = k.perm;
   }
-  // The file holds n and the subscript count, the permutation and its inverse.
-  {
-    FramedReader r("kernel.ord");
-    std::int32_t nn = 0, nsub = -1;
-    ASSERT_EQ(r.read(nn, nsub), FramedStatus::ok);
-    EXPECT_EQ(nn, n);
-    EXPECT_GE(nsub, 0);
-    std::vector<std::int32_t> p(n), q(n);
-    ASSERT_EQ(r.read(p), FramedStatus::ok);
-    ASSERT_EQ(r.read(q), FramedStatus::ok);
-    EXPECT_EQ(p, perm);
-    for (int k = 0; k < n; ++k) EXPECT_EQ(q[static_cast<std::size_t>(p[static_cast<std::size_t>(k)] - 1)], k + 1);
-  }
-  // Option 70 reads it back instead of ordering, with the same result; a size of zero in the
-  // file is the natural order.
+  // Option 70 reads the order file back instead of ordering, with the same result; a size of
+  // zero in the file is the natural order.
   {
     FramedWriter w("zero.ord");
     w.write(std::int32_t{0}, std::int32_t{0});
