@@ -8,6 +8,7 @@
 #include <string>
 
 #include "common/stop.hpp"
+#include "dense/test_helpers.hpp"
 #include "mmekit/dense/dense.hpp"
 #include "mmekit/sparse/convert.hpp"
 #include "mmekit/sparse/forms.hpp"
@@ -47,14 +48,7 @@ sparse_ija ija_by_rows(const std::vector<std::vector<std::pair<int, double>>>& r
   return a;
 }
 
-densem dense2(double a11, double a12, double a21, double a22) {
-  densem a(2, 0.0);
-  a(1, 1) = a11;
-  a(1, 2) = a12;
-  a(2, 1) = a21;
-  a(2, 2) = a22;
-  return a;
-}
+densem dense2(double a11, double a12, double a21, double a22) { return dense_test::from_rows({{a11, a12}, {a21, a22}}); }
 
 Array1<double> vec(std::initializer_list<double> v) {
   Array1<double> x(static_cast<std::int64_t>(v.size()));
