@@ -277,7 +277,7 @@ TEST_F(HashMatrix, GrowthAtTheFillLimitKeepsEverySum) {
   }
   EXPECT_EQ(a.hash_size, 8192);
   EXPECT_EQ(cap.text(), "");
-  // The add that makes nel 6554 = 0.8 * 8192 grows the table.
+  // The add that makes nel 6554, above 0.8 * 8192, grows the table.
   int j = 2;
   while (ref.count({1, j})) ++j;
   add(5.5, 1, j);
