@@ -2,22 +2,25 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "common/mme.hpp"
+#include "common/spd.hpp"
+#include "common/stop.hpp"
+#include "helpers.hpp"
 #include "mmekit/support/framed.hpp"
 #include "mmekit/support/output.hpp"
-#include "mmekit/support/stop.hpp"
 #include "mmekit/torvex/torvex.hpp"
-#include "helpers.hpp"
-#include "common/stop_text.hpp"
 
 // The designated initialisers below leave every other argument absent on purpose.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 using namespace mmekit;
 using namespace torvex_test;
-using mmekit::testing_support::stop_text;
+using mmekit::test::expect_stop;
+using Vec = Array1<double>;
 
 namespace {
 
@@ -31,10 +34,10 @@ struct Fresh {
   sparse_ija dummy;
 };
 
-Array1<double> to_array(const std::vector<double>& v) {
-  Array1<double> a(static_cast<std::int64_t>(v.size()));
-  for (std::size_t i = 0; i < v.size(); ++i) a(static_cast<std::int64_t>(i + 1)) = v[i];
-  return a;
+Vec sines(std::int64_t n) {
+  Vec b(n);
+  for (std::int64_t i = 1; i <= n; ++i) b(i) = std::sin(static_cast<double>(i));
+  return b;
 }
 
 }  // namespace
@@ -42,10 +45,10 @@ Array1<double> to_array(const std::vector<double>& v) {
 TEST(TorvexDriver, StagesStateAndResults) {
   Fresh fresh;
   const int n = 50;
-  Dense d = random_spd(n, 0.07, 5);
+  const densem d = test::random_spd(n, 0.07, 5);
   double logdet = 0;
-  Dense inv = spd_inverse(d, n, &logdet);
-  sparse_ija m = to_ija(d, n);
+  const densem inv = test::lapack_spd_inverse(d, &logdet);
+  sparse_ija m = to_ija(d);
   EXPECT_EQ(torvex_state.TORVEX_state, -1);
   EXPECT_EQ(torvex_state.memory_size, 100);
 
@@ -54,25 +57,22 @@ TEST(TorvexDriver, StagesStateAndResults) {
   const TorvexArgs pa{.print_level = 1};
   TORVEX("factorize", m, pa);
   EXPECT_EQ(torvex_state.TORVEX_state, 2);
-  std::string t = cap.text();
+  const std::string t = cap.text();
   EXPECT_EQ(t.find(" memory increased from:  100  to:  "), 0u) << t;
-  EXPECT_NE(t.find(" ordering time = "), std::string::npos);
-  EXPECT_NE(t.find(" symbolic factorization time= "), std::string::npos);
-  EXPECT_NE(t.find(" numerical factorization time= "), std::string::npos);
+  for (const char* line : {" ordering time = ", " symbolic factorization time= ", " numerical factorization time= "})
+    EXPECT_NE(t.find(line), std::string::npos) << line;
   EXPECT_GT(torvex_state.memory_size, 100);
   EXPECT_EQ(torvex_state.work.size(), torvex_state.memory_size);
   EXPECT_EQ(torvex_state.stats.calls_numeric, 1);
 
   // A solve after "fac" does not factorise again.
   cap.clear();
-  std::vector<double> b(n);
-  for (int i = 0; i < n; ++i) b[static_cast<std::size_t>(i)] = std::sin(i + 1.0);
-  Array1<double> rhs = to_array(b), sol;
-  TORVEX("solve", m, {.rhs = &rhs, .sol = &sol});
+  const Vec b = sines(n), ref = matvec(inv, b);
+  Vec sol;
+  TORVEX("solve", m, {.rhs = &b, .sol = &sol});
   EXPECT_EQ(cap.text(), "");
   EXPECT_EQ(torvex_state.stats.calls_numeric, 1);
-  expect_all_near(to_vector(sol), multiply(inv, n, b), 1e-10);
-
+  expect_all_near(sol, ref, 1e-10);
   double det = 0;
   const TorvexArgs da{.det = &det};
   TORVEX("lde", m, da);
@@ -80,23 +80,24 @@ TEST(TorvexDriver, StagesStateAndResults) {
   TORVEX("det", m, da);
   EXPECT_NEAR(std::log(det), logdet, 1e-9);
 
-  // Products with the factor and its inverse undo each other.
-  Array1<double> y, z;
-  TORVEX("m_inv_fact", m, {.rhs = &rhs, .sol = &y});
+  // Products with the inverse factor and the factor (F F' = A): |F^-1 b|^2 = b' A^-1 b, and
+  // the factor undoes it.
+  Vec y, z;
+  TORVEX("m_inv_fact", m, {.rhs = &b, .sol = &y});
+  EXPECT_NEAR(dot(y, y), dot(b, ref), 1e-10);
   TORVEX("m_fact", m, {.rhs = &y, .sol = &z});
-  expect_all_near(to_vector(z), b, 1e-10);
+  expect_all_near(z, b, 1e-10);
 
-  // The inverse goes into the matrix and the state falls back to 1; "res" keeps it there.
+  // The inverse goes into the matrix and the state falls back to 1; "res" clears it.
   cap.clear();
   TORVEX("invert", m, pa);
   EXPECT_NE(cap.text().find(" inversion time= "), std::string::npos) << cap.text();
   EXPECT_EQ(torvex_state.TORVEX_state, 1);
+  expect_pattern_near(m, inv, 1e-10);
   TORVEX("reset", m);
   EXPECT_EQ(torvex_state.TORVEX_state, -1);
   EXPECT_EQ(torvex_state.memory_size, 100);
   EXPECT_FALSE(torvex_state.work.allocated());
-  expect_pattern_near(m, inv, 1e-10);
-
   // Statistics without a work space still print their block.
   cap.clear();
   TORVEX("statistics", m);
@@ -106,8 +107,8 @@ TEST(TorvexDriver, StagesStateAndResults) {
 TEST(TorvexDriver, NewOrderAndRefactorisation) {
   Fresh fresh;
   const int n = 30;
-  Dense d1 = random_spd(n, 0.1, 8);
-  sparse_ija m1 = to_ija(d1, n);
+  const densem d1 = test::random_spd(n, 0.1, 8);
+  sparse_ija m1 = to_ija(d1);
   Array1<std::int32_t> p1, q1;
   TORVEX("fac", m1, {.perm_out = &p1, .invp_out = &q1});
   ASSERT_EQ(p1.size(), n);
@@ -121,8 +122,8 @@ TEST(TorvexDriver, NewOrderAndRefactorisation) {
     ASSERT_EQ(r.read(p), FramedStatus::ok);
     ASSERT_EQ(r.read(q), FramedStatus::ok);
     EXPECT_EQ(nn, n);
-    EXPECT_EQ(p, std::vector<std::int32_t>(p1.begin(), p1.end()));
-    EXPECT_EQ(q, std::vector<std::int32_t>(q1.begin(), q1.end()));
+    EXPECT_EQ(p, p1.vec());
+    EXPECT_EQ(q, q1.vec());
   }
   // "fac" on the same matrix forces the numeric stage only.
   CaptureOutput cap;
@@ -134,46 +135,44 @@ TEST(TorvexDriver, NewOrderAndRefactorisation) {
   // Another order: ordering again, and the solution is that of the new matrix.
   cap.clear();
   const int n2 = 45;
-  Dense d2 = random_spd(n2, 0.08, 9);
-  sparse_ija m2 = to_ija(d2, n2);
-  std::vector<double> b(n2, 1.0);
-  Array1<double> rhs = to_array(b), sol;
-  TORVEX("sol", m2, {.rhs = &rhs, .sol = &sol, .print_level = 3});
+  const densem d2 = test::random_spd(n2, 0.08, 9);
+  sparse_ija m2 = to_ija(d2);
+  const Vec ones2(n2, 1.0);
+  Vec sol;
+  TORVEX("sol", m2, {.rhs = &ones2, .sol = &sol, .print_level = 3});
   const std::string t = cap.text();
   EXPECT_NE(t.find(" TORVEX: size= 45   #nonzeroes= " + std::to_string(m2.nel) + "\n"), std::string::npos) << t;
   EXPECT_NE(t.find(" ordering time ="), std::string::npos);
-  expect_all_near(to_vector(sol), multiply(spd_inverse(d2, n2), n2, b), 1e-10);
+  expect_all_near(sol, matvec(test::lapack_spd_inverse(d2), ones2), 1e-10);
 
-  // Back to the first matrix: same order, other elements: ordered and factorised anew.
-  Array1<double> rhs1(n, 1.0), sol1;
-  const std::vector<double> ref1 = multiply(spd_inverse(d1, n), n, std::vector<double>(n, 1.0));
-  TORVEX("sol", m1, {.rhs = &rhs1, .sol = &sol1});
-  expect_all_near(to_vector(sol1), ref1, 1e-10);
-
-  // A caller's ordering is used as given.
+  // Back to the first matrix: same order, other elements: ordered and factorised anew; then a
+  // caller's ordering, used as given.
+  const Vec ones(n, 1.0), ref1 = matvec(test::lapack_spd_inverse(d1), ones);
+  TORVEX("sol", m1, {.rhs = &ones, .sol = &sol});
+  expect_all_near(sol, ref1, 1e-10);
   Array1<std::int32_t> rev(n), got;
   for (int k = 1; k <= n; ++k) rev(k) = n + 1 - k;
   TORVEX("fac", m1, {.perm = &rev, .perm_out = &got});
   EXPECT_EQ(got, rev);
-  TORVEX("sol", m1, {.rhs = &rhs1, .sol = &sol1});
-  expect_all_near(to_vector(sol1), ref1, 1e-10);
+  TORVEX("sol", m1, {.rhs = &ones, .sol = &sol});
+  expect_all_near(sol, ref1, 1e-10);
   TORVEX("res", m1);
 }
 
 TEST(TorvexDriver, SingularInverse) {
   Fresh fresh;
-  const int f1 = 3, f2 = 4, r = 20, n = 1 + f1 + f2 + r;
-  Dense d = mme_like(f1, f2, r, 80, 12);
-  sparse_ija m = to_ija(d, n);
-  sparse_ija orig = m;
+  const test::SmallMme mme = test::small_mme(60, 12);
+  densem d;
+  assign(d, mme.ija);
+  sparse_ija m = mme.ija, orig = mme.ija;
   TORVEX("inverse", m);
   // The rows of the dependent equations are zero, the rest is the inverse of the kept part.
-  std::vector<int> keep;
-  for (int i = 1; i <= n; ++i)
-    if (m.a(m.ia(i)) != 0.0) keep.push_back(i - 1);
-  ASSERT_EQ(static_cast<int>(keep.size()), dense_rank(d, n));
+  std::vector<std::int64_t> keep;
+  for (std::int32_t i = 1; i <= m.n; ++i)
+    if (m.a(m.ia(i)) != 0.0) keep.push_back(i);
+  ASSERT_EQ(static_cast<std::int64_t>(keep.size()), test::lapack_rank(d));
   double logdet = 0;
-  expect_pattern_near(m, kept_inverse(d, n, keep, &logdet), 1e-9);
+  expect_pattern_near(m, kept_inverse(d, keep, &logdet), 1e-9);
   // The next operation refactorises from the matrix handed in.
   double det = 0;
   TORVEX("ldet", orig, {.det = &det});
@@ -184,13 +183,13 @@ TEST(TorvexDriver, SingularInverse) {
 TEST(TorvexDriver, Messages) {
   Fresh fresh;
   const int n = 10;
-  sparse_ija m = to_ija(random_spd(n, 0.3, 2), n);
+  sparse_ija m = to_ija(test::random_spd(n, 0.3, 2));
   CaptureOutput cap;
   // Missing optional arguments: message, nothing done, no stop.
   TORVEX("det", m);
   TORVEX("ldet", m);
   TORVEX("solve", m);
-  Array1<double> rhs(n, 1.0);
+  const Vec rhs(n, 1.0);
   TORVEX("m_fact", m, {.rhs = &rhs});
   TORVEX("m_inv", m, {.rhs = &rhs});
   EXPECT_EQ(cap.text(),
@@ -199,35 +198,28 @@ TEST(TorvexDriver, Messages) {
             " TORVEX: optional parameter SOL or RS missing\n");
   EXPECT_EQ(torvex_state.TORVEX_state, -1);
 
-  cap.clear();
-  EXPECT_EQ(stop_text([&] { TORVEX("xyz", m); }), " TORVEX operation  xyz  unknown");
-  EXPECT_EQ(cap.text(), " TORVEX operation  xyz  unknown\n");
-
-  // The limit on memory.
-  cap.clear();
-  EXPECT_EQ(stop_text([&] { TORVEX("fac", m, {.max_memory = 150}); }).find(" TORVEX: memory needed:  "), 0u);
-  const std::string t = cap.text();
-  EXPECT_NE(t.find("\n          maxmimum memory allowed:  150\n"), std::string::npos) << t;
-  TORVEX("res", m);
-
-  // A caller's permutation of the wrong size.
-  cap.clear();
+  // A caller's permutation of the wrong size: the kernel's lines, then the stop.
   Array1<std::int32_t> p(n + 2);
   for (int k = 1; k <= n + 2; ++k) p(k) = k;
-  EXPECT_EQ(stop_text([&] { TORVEX("fac", m, {.perm = &p}); }), " torvex: unknown error flag:  -1");
-  EXPECT_EQ(cap.text(),
+  EXPECT_EQ(test::run_to_stop([&] { TORVEX("fac", m, {.perm = &p}); }).printed,
             " incorrect size of permutation vector\n size  12  found; size  10  required\n"
             " error in unit IOOR \n option no.  70  not implemented\n torvex: unknown error flag:  -1\n");
   TORVEX("res", m);
+  // The limit on memory.
+  const test::StopSeen seen = test::run_to_stop([&] { TORVEX("fac", m, {.max_memory = 150}); });
+  EXPECT_EQ(seen.message.find(" TORVEX: memory needed:  "), 0u) << seen.message;
+  EXPECT_NE(seen.printed.find("\n          maxmimum memory allowed:  150\n"), std::string::npos) << seen.printed;
+  TORVEX("res", m);
 
-  // The flags of a pivot failure and of an unknown error.
+  // An unknown operation, and the flags of a pivot failure and of an unknown error.
   TorvexWork w(10);
   std::int32_t size = 10;
-  cap.clear();
-  EXPECT_EQ(stop_text([&] { torvex_handle_flag(40000007, 0, w, size, 1000, 0); }),
-            " TORVEX: Zero or negative pivot for row ROW  during numerical factorization in row: 36000007");
-  EXPECT_EQ(stop_text([&] { torvex_handle_flag(100, 0, w, size, 1000, 0); }),
-            " torvex: unknown error flag:  100");
+  const std::pair<std::function<void()>, std::string> stops[] = {
+      {[&] { TORVEX("xyz", m); }, " TORVEX operation  xyz  unknown"},
+      {[&] { torvex_handle_flag(40000007, 0, w, size, 1000, 0); },
+       " TORVEX: Zero or negative pivot for row ROW  during numerical factorization in row: 36000007"},
+      {[&] { torvex_handle_flag(100, 0, w, size, 1000, 0); }, " torvex: unknown error flag:  100"}};
+  for (const auto& [call, message] : stops) expect_stop(call, message);
   EXPECT_TRUE(torvex_handle_flag(101, 0, w, size, 1000, 0));
   EXPECT_EQ(size, 101);
   EXPECT_FALSE(torvex_handle_flag(0, 0, w, size, 1000, 0));
@@ -237,7 +229,7 @@ TEST(TorvexDriver, EmptyMatrix) {
   Fresh fresh;
   sparse_ija m;
   m.ia.assign(1, 1);
-  Array1<double> rhs, sol(3, 5.0);
+  Vec rhs, sol(3, 5.0);
   TORVEX("sol", m, {.rhs = &rhs, .sol = &sol});
   EXPECT_EQ(sol.size(), 0);
   double det = 7.0;
