@@ -95,8 +95,16 @@ TEST(TorvexBadInput, DamagedMatrixAndRightHandSide) {
       EXPECT_EQ(torvex_state.TORVEX_state, -1) << op;
     }
   }
-  // A right-hand side shorter than n stops; a missing one only says so and returns.
+  // With the factor in place a solve does not read the matrix; the inverse, written into it,
+  // does.
   sparse_ija m = good;
+  TORVEX("fac", m);
+  m.ja.resize(nel - 1);
+  TORVEX("sol", m, {.rhs = &rhs, .sol = &sol});
+  EXPECT_EQ(stop_text([&] { TORVEX("inv", m); }), "TORVEX: " + cases[1].what + "\n");
+  EXPECT_EQ(torvex_state.TORVEX_state, 2);
+  // A right-hand side shorter than n stops; a missing one only says so and returns.
+  m = good;
   Array1<double> short_rhs(n - 1, 1.0);
   EXPECT_EQ(stop_text([&] { TORVEX("sol", m, {.rhs = &short_rhs, .sol = &sol}); }),
             "TORVEX: the right-hand side holds 9 values but the matrix has order 10\n");
