@@ -1019,7 +1019,8 @@ std::string damaged_image(const unsigned char* bytes, std::int64_t used) {
   std::int64_t off[6] = {};
   const std::int64_t nofsub = cell(H_NOFSUB), nnzl = cell(H_NNZL);
   if (stage >= S_SYMBOLIC) {
-    if (nofsub < 0 || nnzl < 0) return say("the sizes of the factor ", nofsub, " and ", nnzl, " are not both positive");
+    if (nofsub < 0 || nnzl < 0)
+      return say("a size of the factor is negative (", nofsub, " subscripts, ", nnzl, " values)");
     const std::int64_t xlnz_off = ordering_end(n), xnzsub_off = xlnz_off + n + 1;
     want_used = factor_layout(n, even(xnzsub_off + n + 1), nofsub, nnzl, off);
     offsets.insert(offsets.end(), {{H_XLNZ, xlnz_off}, {H_XNZSUB, xnzsub_off}, {H_NZSUB, off[0]}, {H_LNZ, off[1]},
