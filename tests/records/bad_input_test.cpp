@@ -4,10 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <fstream>
-#include <iterator>
 #include <string>
 
+#include "common/files.hpp"
 #include "common/stop_output.hpp"
 #include "mmekit/records/db_hash.hpp"
 
@@ -26,18 +25,14 @@ TEST(DbHashBadInput, CountBeyondTheFile) {
   write_setup(db, "count.setup");
   for (const char* form : {"text", "binary"}) {
     write_data(db, "count.data", std::string_view(form));
-    std::string bytes;
-    {
-      std::ifstream in("count.data", std::ios::binary);
-      bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
+    std::string bytes = testing_support::file_bytes("count.data");
     // 1,700,000,000 entries: a table of 2,125,000,002 slots of 5 words.
     const std::int32_t count = 1700000000;
     if (form[0] == 'b')
       bytes.replace(4, 4, reinterpret_cast<const char*>(&count), 4);
     else
       bytes.replace(0, 10, "1700000000");
-    std::ofstream("count.data", std::ios::binary) << bytes;
+    testing_support::write_bytes("count.data", bytes);
     db_hash back;
     read_setup(back, "count.setup");
     EXPECT_EQ(stop_text([&] { read_data(back, "count.data", std::string_view(form)); }),
@@ -56,7 +51,7 @@ TEST(DbHashBadInput, RecordLayouts) {
       "         2         4         1         1\n         2         4         1         1\n",
   };
   for (const char* text : layouts) {
-    std::ofstream("layout.setup") << text;
+    testing_support::write_bytes("layout.setup", text);
     db_hash db;
     EXPECT_EQ(stop_text([&] { read_setup(db, "layout.setup"); }), " db_hash: bad setup file  layout.setup\n") << text;
   }

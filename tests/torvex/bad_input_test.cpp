@@ -3,13 +3,11 @@
 // the state as it was; the same array as right-hand side and solution gives the right answer.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "common/files.hpp"
 #include "common/stop_output.hpp"
 #include "helpers.hpp"
 #include "mmekit/support/framed.hpp"
@@ -20,6 +18,8 @@
 
 using namespace mmekit;
 using namespace torvex_test;
+using testing_support::file_bytes;
+using testing_support::write_bytes;
 using testing_support::printed::stop_text;
 
 namespace {
@@ -39,15 +39,6 @@ Dense path(int n) {
   return d;
 }
 
-std::vector<char> file_bytes(const char* name) {
-  std::ifstream in(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void write_bytes(const char* name, const std::vector<char>& b) {
-  std::ofstream(name, std::ios::binary).write(b.data(), static_cast<std::streamsize>(b.size()));
-}
-
 // One work array through the kernel: run(option) with the matrix m.
 struct Kern {
   sparse_ija m;
@@ -62,6 +53,9 @@ struct Kern {
     return flag;
   }
   std::vector<std::int32_t> cells() const { return {work.cells(), work.cells() + work.size()}; }
+  void factorise() {
+    for (std::int32_t option : {10, 20, 40}) ASSERT_EQ(run(option), 0) << option;
+  }
 };
 
 }  // namespace
@@ -160,9 +154,7 @@ TEST(TorvexBadInput, PatternThatChangedUnderTheFactor) {
   expect_all_near(to_vector(x), multiply(spd_inverse(d, n), n, std::vector<double>(n, 1.0)), 1e-12);
   // The kernel's inverse refuses it too, before it overwrites anything.
   Kern good{m};
-  ASSERT_EQ(good.run(10), 0);
-  ASSERT_EQ(good.run(20), 0);
-  ASSERT_EQ(good.run(40), 0);
+  good.factorise();
   const std::vector<double> before(moved.a.begin(), moved.a.end());
   std::int32_t flag = 0;
   TorvexKernelArgs ka{.is = good.work.cells(), .size = good.work.size(), .stats = &good.stats};
@@ -204,14 +196,12 @@ TEST(TorvexBadInput, DamagedCopiesOfTheFactorAreRefusedWhole) {
   const Dense d = random_spd(n, 0.12, 10);
   const std::vector<double> b(n, 1.0), ref = multiply(spd_inverse(d, n), n, b);
   Kern src{to_ija(d, n)};
-  ASSERT_EQ(src.run(10), 0);
-  ASSERT_EQ(src.run(20), 0);
-  ASSERT_EQ(src.run(40), 0);
+  src.factorise();
   {
     FramedWriter w("factor.bin");
     ASSERT_EQ(src.run(74, nullptr, {.save_unit = &w}), 0);
   }
-  const std::vector<char> good = file_bytes("factor.bin");
+  const std::string good = file_bytes("factor.bin");
   const std::int64_t used = torvex_factor_cells(src.work.cells());
   ASSERT_EQ(static_cast<std::int64_t>(good.size()), 8 + 16 + 8 + 4 * used);
 
@@ -219,11 +209,9 @@ TEST(TorvexBadInput, DamagedCopiesOfTheFactorAreRefusedWhole) {
   // it as it was, and it still solves its own equations.
   const Dense other = random_spd(n, 0.2, 11);
   Kern dst{to_ija(other, n)};
-  ASSERT_EQ(dst.run(10), 0);
-  ASSERT_EQ(dst.run(20), 0);
-  ASSERT_EQ(dst.run(40), 0);
+  dst.factorise();
   const std::vector<std::int32_t> kept = dst.cells();
-  auto load = [&](const std::vector<char>& bytes) {
+  auto load = [&](const std::string& bytes) {
     write_bytes("damaged.bin", bytes);
     FramedReader r("damaged.bin");
     CaptureOutput cap;
@@ -233,13 +221,13 @@ TEST(TorvexBadInput, DamagedCopiesOfTheFactorAreRefusedWhole) {
   const std::string refused = "7501 torvex_kernel: the factor file is damaged: ";
   // Truncated anywhere: in a count, in the first record, in the cells, before the last count.
   for (std::size_t cut : {std::size_t{0}, std::size_t{3}, std::size_t{12}, std::size_t{40}, good.size() / 2, good.size() - 1}) {
-    const std::string t = load(std::vector<char>(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(cut)));
+    const std::string t = load(good.substr(0, cut));
     EXPECT_EQ(t.rfind(refused, 0), 0u) << cut << ": " << t;
     EXPECT_EQ(dst.cells(), kept) << cut;
   }
   // A flipped byte in the number of cells, in a frame, in the order, in an offset.
   auto flipped = [&](std::size_t at) {
-    std::vector<char> f = good;
+    std::string f = good;
     f[at] = static_cast<char>(f[at] ^ 0x40);
     return load(f);
   };
@@ -251,7 +239,7 @@ TEST(TorvexBadInput, DamagedCopiesOfTheFactorAreRefusedWhole) {
   EXPECT_EQ(flipped(32 + 4 * 11), refused + "its check sum does not match its contents\n");
   // 40 bytes overwritten, wherever they fall: the frames, the sizes, the structure, the values.
   for (std::size_t at = 0; at + 40 <= good.size(); at += 52) {
-    std::vector<char> f = good;
+    std::string f = good;
     for (std::size_t k = 0; k < 40; ++k) f[at + k] = static_cast<char>(0xA5 ^ k);
     const std::string t = load(f);
     EXPECT_EQ(t.rfind(refused, 0), 0u) << at << ": " << t;
@@ -271,9 +259,7 @@ TEST(TorvexBadInput, DamagedWorkArrayCopyNamesItsFault) {
   // Option 73 has no check sum: each size and offset is held against the layout.
   const int n = 20;
   Kern src{to_ija(random_spd(n, 0.15, 12), n)};
-  ASSERT_EQ(src.run(10), 0);
-  ASSERT_EQ(src.run(20), 0);
-  ASSERT_EQ(src.run(40), 0);
+  src.factorise();
   const std::int64_t used = torvex_factor_cells(src.work.cells());
   const std::vector<std::int32_t> image(src.work.cells(), src.work.cells() + used);
   Kern dst{src.m};
