@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <new>
 #include <vector>
 
 #include "mmekit/records/sortmat.hpp"
@@ -56,7 +57,9 @@ std::int32_t field_length(const db_hash& db, std::int32_t f) { return db.field_i
 std::int32_t field_first(const db_hash& db, std::int32_t f) { return db.field_info(3, f); }
 std::int32_t field_last(const db_hash& db, std::int32_t f) { return db.field_info(4, f); }
 
-std::int32_t words_of(std::int32_t type, std::int32_t length) { return type == type_char ? (length + 3) / 4 : 1; }
+std::int32_t words_of(std::int32_t type, std::int32_t length) {
+  return type == type_char ? static_cast<std::int32_t>((std::int64_t{length} + 3) / 4) : 1;
+}
 
 std::int32_t key_words(const db_hash& db) {
   return db.index_field == 0 ? 0 : field_last(db, db.index_field) - field_first(db, db.index_field) + 1;
@@ -99,7 +102,11 @@ KeyBuffer key_buffer(const db_hash& db, std::span<const std::int32_t> key) {
 
 void allocate_data(db_hash& db, std::int32_t slots) {
   if (db.data.rows() != db.words || db.data.cols() != slots) {
-    db.data.resize(db.words, slots, 0);
+    try {
+      db.data.resize(db.words, slots, 0);
+    } catch (const std::bad_alloc&) {
+      stop(free_format("db_hash: no memory for a table of", slots, "records of", db.words, "words"));
+    }
   } else {
     db.data.fill(0);
   }
@@ -242,6 +249,8 @@ void align_db(db_hash& db) {
   for (std::int32_t f = 1; f <= db.nfields; ++f) {
     if (f != ix) place(f);
   }
+  if (next - 1 > std::numeric_limits<std::int32_t>::max())
+    stop(free_format("db_hash: a record of", next - 1, "words is too long"));
   db.words = static_cast<std::int32_t>(next - 1);
   db.status = 2;
 }
@@ -517,6 +526,14 @@ void read_setup(db_hash& db, const std::string& file) {
     t.field_info(4, f) = static_cast<std::int32_t>(last);
   }
   if (t.field_info(3, t.index_field) != 1 || key_words(t) > db_hash_max_key_words) bad_setup(file);
+  // The fields tile the record: no two share a word, and together they take all its words.
+  std::int64_t taken = 0;
+  for (std::int32_t f = 1; f <= t.nfields; ++f) {
+    taken += field_last(t, f) - field_first(t, f) + 1;
+    for (std::int32_t g = 1; g < f; ++g)
+      if (field_first(t, f) <= field_last(t, g) && field_first(t, g) <= field_last(t, f)) bad_setup(file);
+  }
+  if (taken != t.words) bad_setup(file);
   t.status = 1;
   db = std::move(t);
 }
@@ -587,6 +604,18 @@ void read_data(db_hash& db, const std::string& file, std::optional<std::string_v
     size = s < 2147483520.0f ? static_cast<std::int64_t>(s) : std::numeric_limits<std::int64_t>::max();
   }
   if (size > std::numeric_limits<std::int32_t>::max()) stop(free_format("db_hash: table of", expected, "records is too large"));
+  // A count beyond what the file can hold (a record takes at least two characters a word, less
+  // one, in text; its words and two counts in binary) cannot all be read: the table is made
+  // for what the file can hold, and the count check below reports the shortfall as for any
+  // short file.
+  std::error_code ec;
+  const auto bytes = static_cast<std::int64_t>(std::filesystem::file_size(file, ec));
+  if (!ec && !slots) {
+    const std::int64_t per_entry = binary ? 8 + 4 * std::int64_t{db.words} : 2 * std::int64_t{db.words} - 1;
+    const std::int64_t most = bytes / per_entry + 1;
+    if (expected > most)
+      size = std::min<std::int64_t>(size, static_cast<std::int64_t>(static_cast<float>(most) / 0.8f + 2.0f));
+  }
   allocate_data(db, static_cast<std::int32_t>(std::max<std::int64_t>(size, 1)));
   db.filled = 0;
   db.current = 0;

@@ -13,6 +13,7 @@
 #include "mmekit/skelda/skelda.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/output.hpp"
+#include "mmekit/support/row_structure.hpp"
 
 #ifdef MMEKIT_HAVE_METIS
 #include <metis.h>
@@ -116,17 +117,12 @@ void skelda_order(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1
     status = kSkeldaInvalidStep;
     return;
   }
-  // The pattern must fit its arrays.
-  if (ia.size() < static_cast<std::int64_t>(neq) + 1 || ia(1) < 1 ||
-      ja.size() < static_cast<std::int64_t>(ia(neq + 1)) - 1) {
+  // A pattern that does not fit its arrays, or names a column outside 1..neq, is an abnormal
+  // argument.
+  if (check_row_structure(neq, span_of(ia), span_of(ja))) {
     status = kSkeldaAbnormalArgs;
     return;
   }
-  for (std::int32_t i = 1; i <= neq; ++i)
-    if (ia(i + 1) < ia(i)) {
-      status = kSkeldaAbnormalArgs;
-      return;
-    }
   if (ordering == 9) {
     // The caller's permutation must be one.
     if (!perm_in || perm_in->size() < neq) {

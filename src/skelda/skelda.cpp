@@ -8,6 +8,7 @@
 
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
+#include "mmekit/support/row_structure.hpp"
 #include "mmekit/support/stop.hpp"
 
 namespace mmekit {
@@ -370,6 +371,14 @@ void run_chain(std::int32_t task, const SkeldaArgs& args, std::int32_t verbose) 
   if ((task == 54 || task == 55) && !args.det) st = kSkeldaLackOfArguments;
   if (task == 56 && !args.ival) st = kSkeldaLackOfArguments;
   if (task == 61 && !(matrix && args.a)) st = kSkeldaLackOfArguments;
+  // The steps after the ordering read the pattern (and the values) the caller hands in: one
+  // that does not fit its arrays is an abnormal argument. The ordering step checks for itself.
+  if (st == kSkeldaOk && matrix && !do_order && (do_symfac || do_numfac || task == 61)) {
+    RowStructureRules rules;
+    if (args.a && (do_numfac || task == 61)) rules.values = args.a->size();
+    if (*args.neq < 1 || check_row_structure(*args.neq, span_of(*args.ia), span_of(*args.ja), rules))
+      st = kSkeldaAbnormalArgs;
+  }
   skelda_report(st, verbose, "[chkarg]");
   if (st != kSkeldaOk) {
     put_status(args, st);

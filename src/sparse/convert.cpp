@@ -126,7 +126,7 @@ void assign(densem& target, const sparse_hashm& source) {
 }
 
 void assign(densem& target, const sparse_ija& source) {
-  Array2<double> e = sparse_detail::dense_of_ija(source);
+  Array2<double> e = sparse_detail::dense_of_ija(source, "assign(densem, sparse_ija)");
   densem d(e.rows(), 0.0);
   for (std::int64_t k = 0; k < e.size(); ++k) d.data()[k] = e.data()[k];
   target = std::move(d);

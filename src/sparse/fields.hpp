@@ -20,8 +20,9 @@ namespace mmekit::sparse_detail {
 void print_dense_rows(const Array2<double>& d);
 
 // The dense expansion of an upper-form matrix: (i, j) with j >= i at (i, j) and, for j > i,
-// also at (j, i); elements below the diagonal are ignored.
-Array2<double> dense_of_ija(const sparse_ija& a);
+// also at (j, i); elements below the diagonal are ignored. A damaged structure stops the run
+// in the name of `who`.
+Array2<double> dense_of_ija(const sparse_ija& a, std::string_view who);
 
 // " v" for an integer, the free format of a real.
 template <class T>

@@ -71,6 +71,15 @@ inline void check_index(std::string_view who, std::int64_t i, std::int64_t j, st
     stop(std::string(who) + ": element outside the order of the matrix" + free_format(i, j, n));
 }
 
+// The structure of a row-form matrix, checked once before it is walked. A column outside 1..n
+// is named as an element outside the order, like a stray index of the hash form.
+void check_structure(std::string_view who, const sparse_ija& a) {
+  const RowStructureFault f = check_sparse_ija(a);
+  if (!f) return;
+  if (f.kind == RowFault::column_low || f.kind == RowFault::column_high) check_index(who, f.row, f.value, a.n);
+  stop(std::string(who) + ": " + describe(f));
+}
+
 // The trace from its three parts, with the warning when the two triangles disagree.
 double trace_of_parts(std::string_view warning, double lower, double diag, double upper) {
   const double larger = std::max(std::fabs(lower), std::fabs(upper));
@@ -158,6 +167,7 @@ void BLOCK_HASHM(densem& target, const sparse_hashm& source, std::int32_t i1, st
 void BLOCK_IJA(densem& target, const sparse_ija& source, std::int32_t i1, std::int32_t i2, std::int32_t j1,
                std::int32_t j2, std::int32_t step) {
   const Block b = block_of("BLOCK_IJA", ": matrix not square", i1, i2, j1, j2, step, source.n);
+  check_structure("BLOCK_IJA", source);
   target.resize(b.order, 0.0);
   // The value element access gives (the first element of row p with column q, 0.0 if none),
   // with one pass over each block row instead of a search per element: walking the row
@@ -201,6 +211,7 @@ double QUADR_HASHM(const Array1<double>& x, const sparse_hashm& a, const Array1<
 double QUADR_IJA(const Array1<double>& x, const sparse_ija& a, const Array1<double>& y) {
   const std::int64_t n = a.n;
   if (x.size() != n || y.size() != n) stop("QUADR_IJA: incompatible dimensions");
+  check_structure("QUADR_IJA", a);
   // One pass: the sum over the stored elements, the sum over the mirrors of the upper ones, and
   // whether the matrix is the full form (then the mirrors are stored and the second sum is idle).
   const double* px = x.data();
@@ -211,7 +222,6 @@ double QUADR_IJA(const Array1<double>& x, const sparse_ija& a, const Array1<doub
     const double xi = px[i - 1], yi = py[i - 1];
     for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k) {
       const std::int32_t j = a.ja(k);
-      check_index("QUADR_IJA", i, j, n);
       const double v = a.a(k);
       stored += xi * v * py[j - 1];
       if (j > i)
@@ -251,6 +261,8 @@ double TRACE_HASHM(const sparse_hashm& a, const sparse_hashm& b) {
 
 double TRACE_IJA(const sparse_ija& a, const sparse_ija& b) {
   if (a.n != b.n) stop("TRACE_IJA: Matrices of different size");
+  check_structure("TRACE_IJA", a);
+  check_structure("TRACE_IJA", b);
   const std::int32_t n = a.n;
   const bool a_full = ija_is_full(a), b_full = ija_is_full(b);
   // pos[j - 1]: position of column j in the current row of b, 0 when absent.
@@ -258,14 +270,10 @@ double TRACE_IJA(const sparse_ija& a, const sparse_ija& b) {
   std::int32_t* pos = pos_v.data();
   double lower = 0.0, diag = 0.0, upper = 0.0;
   for (std::int32_t i = 1; i <= n; ++i) {
-    for (std::int32_t k = b.ia(i); k < b.ia(i + 1); ++k) {
-      check_index("TRACE_IJA", i, b.ja(k), n);
-      pos[b.ja(k) - 1] = k;
-    }
+    for (std::int32_t k = b.ia(i); k < b.ia(i + 1); ++k) pos[b.ja(k) - 1] = k;
     auto in_row = [&](std::int32_t j) { return pos[j - 1] ? b.a(pos[j - 1]) : 0.0; };
     for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k) {
       const std::int32_t j = a.ja(k);
-      check_index("TRACE_IJA", i, j, n);
       const double v = a.a(k);
       if (j == i) {
         diag += v * in_row(j);
@@ -341,6 +349,7 @@ double BLOCKTRACE_IJA_HASHM(const densem& a, const sparse_hashm& b, std::int32_t
 double BLOCKTRACE_IJA(const densem& a, const sparse_ija& b, std::int32_t i1, std::int32_t i2, std::int32_t j1,
                       std::int32_t j2, std::int32_t step) {
   const Block blk = block_of("BLOCKTRACE_IJA", ": ranges not equal", i1, i2, j1, j2, step, b.n);
+  check_structure("BLOCKTRACE_IJA", b);
   if (!small_matches(a, blk, "BLOCKTRACE_IJA")) return 0.0;
   // The form is told by the rows the block touches: when none of them holds an element below
   // the diagonal, the full form of a symmetric matrix has no element that the upper reading

@@ -23,6 +23,11 @@
 //   hash matrix is refused by them ("... not yet implemented for full-stored matrix"). A
 //   `sparse_ija` carries no storage flag: it is taken as the full form when it holds any element
 //   below the diagonal, and as the upper form otherwise.
+//
+// A `sparse_ija` is checked before any of them reads it: a column outside 1..n stops the run
+// with "<NAME>: element outside the order of the matrix" and the row, column and order, any
+// other damage of its structure (ia, ja or a too short, row starts that fall, nel that is not
+// ia(n+1)-1) with "<NAME>: " and what is wrong.
 #pragma once
 
 #include <cstdint>

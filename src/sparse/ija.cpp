@@ -180,7 +180,19 @@ void HASHM_FULL_UPPER(sparse_hashm& target, const sparse_hashm& source) {
   });
 }
 
+RowStructureFault check_sparse_ija(const sparse_ija& a) {
+  RowStructureRules rules;
+  rules.values = a.a.size();
+  rules.elements = a.nel;
+  return check_row_structure(a.n, span_of(a.ia), span_of(a.ja), rules);
+}
+
+void require_sparse_ija(std::string_view who, const sparse_ija& a) {
+  if (const RowStructureFault f = check_sparse_ija(a)) stop(std::string(who) + ": " + describe(f));
+}
+
 void hash_from_ija(sparse_hashm& target, const sparse_ija& source) {
+  require_sparse_ija("hash_from_ija", source);
   const sparse_ija* src = &source;
   init_sparse_hashm(target, source.n);
   for (std::int32_t i = 1; i <= src->n; ++i)
@@ -190,7 +202,11 @@ void hash_from_ija(sparse_hashm& target, const sparse_ija& source) {
 void ija_from_hash(sparse_ija& target, const sparse_hashm& source) { CONVERT_HASH_IJA(target, source); }
 
 double getm_sparse_ija(std::int32_t i, std::int32_t j, const sparse_ija& a) {
-  if (i < 1 || i > a.n || !a.allocated()) return 0.0;
+  if (i < 1 || i > a.n) return 0.0;
+  RowStructureRules rules;
+  rules.values = a.a.size();
+  if (const RowStructureFault f = check_row_bounds<std::int32_t>(i, a.n, span_of(a.ia), span_of(a.ja), rules))
+    stop("getm_sparse_ija: " + describe(f));
   for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k)
     if (a.ja(k) == j) return a.a(k);
   return 0.0;
@@ -213,14 +229,14 @@ namespace sparse_detail {
 
 // The dense expansion of the upper form: (i, j) with j >= i at (i, j) and, for j > i, at
 // (j, i); elements below the diagonal are ignored.
-Array2<double> dense_of_ija(const sparse_ija& a) {
-  const std::int64_t n = a.n > 0 ? a.n : 0;
+Array2<double> dense_of_ija(const sparse_ija& a, std::string_view who) {
+  require_sparse_ija(who, a);
+  const std::int64_t n = a.n;
   Array2<double> d(n, n, 0.0);
-  if (!a.allocated()) return d;
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k) {
       const std::int32_t j = a.ja(k);
-      if (j < i || j > n) continue;
+      if (j < i) continue;
       d(i, j) += a.a(k);
       if (j > i) d(j, i) += a.a(k);
     }

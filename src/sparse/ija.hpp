@@ -15,6 +15,7 @@
 
 #include "mmekit/sparse/hashm.hpp"
 #include "mmekit/support/array.hpp"
+#include "mmekit/support/row_structure.hpp"
 
 namespace mmekit {
 
@@ -63,6 +64,13 @@ struct sparse_ll {
   bool allocated() const { return !heads.empty(); }
 };
 
+// The structure of `a` as a whole: ia with n + 1 row starts from 1 that never fall, ja and a
+// with ia(n+1)-1 entries and nel = ia(n+1)-1, columns in 1..n. The first fault, or none.
+RowStructureFault check_sparse_ija(const sparse_ija& a);
+// The same, stopping with "<who>: <what is wrong>" on a fault. Every routine that reads a
+// `sparse_ija` through its structure calls it first.
+void require_sparse_ija(std::string_view who, const sparse_ija& a);
+
 // Upper form from an upper-stored hash matrix, in either status (all slots are walked).
 void CONVERT_HASH_IJA(sparse_ija& target, const sparse_hashm& source);
 // mode 1: full form (each off-diagonal element also placed mirrored); otherwise as above.
@@ -81,7 +89,8 @@ void HASHM_FULL_UPPER(sparse_hashm& target, const sparse_hashm& source);
 void hash_from_ija(sparse_hashm& target, const sparse_ija& source);
 void ija_from_hash(sparse_ija& target, const sparse_hashm& source);
 
-// Value of (i, j) by a search along row i; 0.0 where absent (no index swap).
+// Value of (i, j) by a search along row i; 0.0 where absent (no index swap). Only the bounds of
+// row i are checked: a row that does not fit the arrays stops the run.
 double getm_sparse_ija(std::int32_t i, std::int32_t j, const sparse_ija& a);
 void getm_sparse_ija(std::int32_t i, std::int32_t j, const sparse_ija& a, double& result);
 void reset_sparse_ija(sparse_ija& a);

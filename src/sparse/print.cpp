@@ -53,14 +53,14 @@ void printm_sparse_hashm(const sparse_hashm& a, std::optional<std::string_view> 
 
 void printm_sparse_ija(const sparse_ija& a, std::optional<std::string_view> option) {
   if (option && option->substr(0, 3) == "int") {
-    if (!a.allocated()) return;
+    require_sparse_ija("printm_sparse_ija", a);
     static const Format element("(2i8,f12.4)");
     for (std::int32_t i = 1; i <= a.n; ++i)
       for (std::int32_t k = a.ia(i); k < a.ia(i + 1); ++k)
         out() << element.write(FormatList(i, a.ja(k), a.a(k)));
     return;
   }
-  sparse_detail::print_dense_rows(sparse_detail::dense_of_ija(a));
+  sparse_detail::print_dense_rows(sparse_detail::dense_of_ija(a, "printm_sparse_ija"));
 }
 
 }  // namespace mmekit

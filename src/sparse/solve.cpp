@@ -145,12 +145,12 @@ void ija_solve(std::int32_t n, const sparse_ija& a, const double* rhs, double* s
   if (sparse_param.solve_zerosol)
     for (std::int32_t i = 0; i < n; ++i) sol[i] = 0.0;
   if (n > 0 && (!a.allocated() || a.n < n)) stop(std::string(who) + ": matrix smaller than the number of equations");
-  // Check the row pointers and columns once, so that the rounds need no test.
+  // Check the structure and the columns once, so that the rounds need no test: the first n
+  // equations may not reach beyond n.
+  if (n > 0) require_sparse_ija(who, a);
   std::vector<double> diag(static_cast<std::size_t>(n), 0.0);
   for (std::int32_t i = 1; i <= n; ++i) {
     const std::int32_t b = a.ia(i), e = a.ia(i + 1);
-    if (b < 1 || e < b || e - 1 > a.ja.size() || e - 1 > a.a.size())
-      stop(std::string(who) + ": index out of range of the matrix");
     for (std::int32_t k = b; k < e; ++k) {
       const std::int32_t j = a.ja(k);
       if (j < 1 || j > n) stop(std::string(who) + ": index out of range of the matrix");

@@ -18,14 +18,19 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "mmekit/skelda/mmd.hpp"
 #include "mmekit/support/array.hpp"
 #include "mmekit/support/clock.hpp"
+#include "mmekit/support/format.hpp"
 #include "mmekit/support/framed.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
+#include "mmekit/support/row_structure.hpp"
 #include "mmekit/torvex/torvex.hpp"
 
 namespace mmekit {
@@ -134,16 +139,15 @@ std::int32_t lack_flag(std::int32_t option, std::int64_t need) {
 
 std::int64_t ordering_end(std::int64_t n) { return even(H_CELLS + 2 * (n + 1)); }
 
-// Checks the row-compressed structure: row starts from 1 and rising, columns within 1..n.
-bool valid_structure(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja) {
-  if (n < 0) return false;
-  if (n == 0) return true;
-  if (ia[0] != 1) return false;
-  for (std::int32_t i = 0; i < n; ++i)
-    if (ia[i + 1] < ia[i]) return false;
-  for (std::int64_t e = 0; e < std::int64_t{ia[n]} - 1; ++e)
-    if (ja[e] < 1 || ja[e] > n) return false;
-  return true;
+// The structure of the matrix for an option that reads it (and its values when `values`):
+// false, with the fault printed, when it cannot be walked safely.
+bool sound_structure(std::int32_t option, std::int32_t n, std::span<const std::int32_t> ia,
+                     std::span<const std::int32_t> ja, std::span<double> a, bool values) {
+  RowStructureRules rules;
+  if (values) rules.values = static_cast<std::int64_t>(a.size());
+  const RowStructureFault f = check_row_structure(n, ia, ja, rules);
+  if (f) print_free("torvex_kernel: option " + std::to_string(option) + ": " + describe(f));
+  return !f;
 }
 
 std::int64_t count_elements(std::int32_t n, const std::int32_t* ia) { return n > 0 ? std::int64_t{ia[n]} - 1 : 0; }
@@ -234,7 +238,7 @@ void ordering(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja, st
   if (args.order_out) {
     if (!args.order_out->is_open()) {
       print_free("error in unit IOOR ");
-      flag = -2;
+      flag = torvex_flag_order_unit;
       return;
     }
     std::vector<std::int32_t> pv(static_cast<std::size_t>(n)), iv(static_cast<std::size_t>(n));
@@ -257,7 +261,7 @@ void read_ordering(std::int32_t n, const std::int32_t* ia, std::int32_t* perm_ou
   std::int32_t* is = args.is;
   auto unit_error = [&] {
     print_free("error in unit IOOR ");
-    flag = -2;
+    flag = torvex_flag_order_unit;
   };
   if (!args.order_in || !args.order_in->is_open()) return unit_error();
   std::int32_t found = 0, nofsub = 0;
@@ -274,7 +278,7 @@ void read_ordering(std::int32_t n, const std::int32_t* ia, std::int32_t* perm_ou
     print_free("error in unit IOOR ");
     print_free("option no. ", 70, " not implemented");
     is[H_STAGE] = S_NONE;
-    flag = -1;
+    flag = torvex_flag_wrong_permutation;
     return;
   } else {
     std::vector<std::int32_t> pv(static_cast<std::size_t>(n)), iv(static_cast<std::size_t>(n));
@@ -544,7 +548,7 @@ void numeric(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja, con
       }
       const std::int32_t q = P.first[hi];
       if (q < P.xlnz[j] || q >= P.xlnz[j + 1] || sub[q - P.xlnz[j]] != hi) {
-        flag = -3;  // not the structure that was analysed
+        flag = torvex_flag_pattern_changed;  // not the structure that was analysed
         return;
       }
       P.lnz[q] = a[e];
@@ -690,9 +694,9 @@ void sparse_solve(std::int32_t n, double* rhs, const std::int32_t* rlist, std::i
     return;
   }
   for (std::int32_t t = 0; t < rcount; ++t)
-    if (rlist[t] < 1 || rlist[t] > n) { flag = -4; return; }
+    if (rlist[t] < 1 || rlist[t] > n) { flag = torvex_flag_bad_structure; return; }
   for (std::int32_t t = 0; t < scount; ++t)
-    if (slist[t] < 1 || slist[t] > n) { flag = -4; return; }
+    if (slist[t] < 1 || slist[t] > n) { flag = torvex_flag_bad_structure; return; }
   std::int32_t* mark = is + P.end;  // 1: forward set, 2: backward set
   std::int32_t* fnodes = P.link;
   std::int32_t* bnodes = P.first;
@@ -816,6 +820,29 @@ void inverse(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja, dou
   std::int32_t* marker = shared ? P.first : is + marker_off;
   double* lnz = P.lnz;
   double* diag = P.diag;
+  // The elements by the column of the factor they come back to. Each must have its place in
+  // that column: a pattern that changed since the symbolic stage would get values that were
+  // never computed, so it is refused before anything is overwritten.
+  std::int32_t* start = is + bucket_off;
+  std::int32_t* order = start + n + 1;
+  bucket_elements(n, ia, ja, P.invp, start, order);
+  auto row_of = [&](std::int32_t e) {
+    return static_cast<std::int32_t>(std::upper_bound(ia, ia + n + 1, e + 1) - ia) - 1;
+  };
+  std::fill(marker, marker + n, -1);
+  for (std::int32_t j = 0; j < n; ++j) {
+    const std::int32_t p0 = P.xlnz[j], p1 = P.xlnz[j + 1];
+    const std::int32_t* sub = P.nzsub + P.xnzsub[j] - p0;
+    for (std::int32_t q = p0; q < p1; ++q) marker[sub[q]] = j;
+    for (std::int32_t t = start[j]; t < start[j + 1]; ++t) {
+      const std::int32_t e = order[t];
+      const std::int32_t hi = std::max(P.invp[row_of(e)], P.invp[ja[e] - 1]);
+      if (hi != j && marker[hi] != j) {
+        flag = torvex_flag_pattern_changed;
+        return;
+      }
+    }
+  }
   std::fill(temp2, temp2 + n, 0.0);
   std::fill(temp, temp + n, 0.0);
   std::fill(marker, marker + n, -1);
@@ -855,19 +882,14 @@ void inverse(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja, dou
     }
     diag[j] = zjj;
   }
-  // Back to the positions of ia/ja: the elements bucketed by the lower permuted index, each
-  // column of Z scattered into temp by rows.
-  std::int32_t* start = is + bucket_off;
-  std::int32_t* order = start + n + 1;
-  bucket_elements(n, ia, ja, P.invp, start, order);
+  // Back to the positions of ia/ja by the buckets, each column of Z scattered into temp by rows.
   for (std::int32_t j = 0; j < n; ++j) {
     const std::int32_t p0 = P.xlnz[j], p1 = P.xlnz[j + 1];
     const std::int32_t* sub = P.nzsub + P.xnzsub[j] - p0;
     for (std::int32_t q = p0; q < p1; ++q) temp[sub[q]] = lnz[q];
     for (std::int32_t t = start[j]; t < start[j + 1]; ++t) {
       const std::int32_t e = order[t];
-      const std::int32_t r = static_cast<std::int32_t>(std::upper_bound(ia, ia + n + 1, e + 1) - ia) - 1;
-      const std::int32_t hi = std::max(P.invp[r], P.invp[ja[e] - 1]);
+      const std::int32_t hi = std::max(P.invp[row_of(e)], P.invp[ja[e] - 1]);
       a[e] = hi == j ? diag[j] : temp[hi];
     }
     for (std::int32_t q = p0; q < p1; ++q) temp[sub[q]] = 0.0;
@@ -879,56 +901,66 @@ void inverse(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja, dou
 
 // ---- option 80: statistics -------------------------------------------------------------------
 
-std::string fixed(double v, int w, int d) {
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "%*.*f", w, d, v);
-  std::string s(buf);
-  if (static_cast<int>(s.size()) > w) s.assign(static_cast<std::size_t>(w), '*');
-  return s;
-}
-
 void statistics(const TorvexKernelArgs& args, const TorvexStatistics& st) {
   const std::int32_t* is = args.is;
   const bool have = is && args.size >= H_CELLS && is[H_MAGIC] == magic_value;
-  auto h = [&](int k) -> double { return have ? is[k] : 0.0; };
-  const double nzl = have && is[H_STAGE] >= S_SYMBOLIC ? h(H_NNZL) + h(H_N) : 0.0;
+  auto h = [&](int k) -> std::int64_t { return have ? is[k] : 0; };
+  const std::int64_t nzl = have && is[H_STAGE] >= S_SYMBOLIC ? h(H_NNZL) + h(H_N) : 0;
   auto avg = [&](double s) { return st.calls_sparse_solve > 0 ? s / st.calls_sparse_solve : 0.0; };
+  // The counters are whole numbers held as reals; beyond the range of i8 they are not counts.
+  auto count = [](double v) -> std::int64_t {
+    return v >= -9.2e18 && v <= 9.2e18 ? static_cast<std::int64_t>(v) : std::int64_t{0};
+  };
   const double total = st.time_order + st.time_symbolic + st.time_numeric + st.time_solve +
                        st.time_sparse_solve + st.time_inverse + st.time_other;
+  static const Format head("(1x,46('*')/'               **** TORVEX ***'/1x,46('*')/'              SPARSE STATISTICS')");
+  static const Format counts("(a,i12)"), averages("(a,f12.2)"), total_time("(a,f11.3)"), times("(a,f12.3)");
   std::ostream& o = out();
-  const std::string stars(46, '*');
-  o << ' ' << stars << '\n';
-  o << "               **** TORVEX ***\n";
-  o << ' ' << stars << '\n';
-  o << "              SPARSE STATISTICS\n";
-  auto line = [&](const char* text, const std::string& value) { o << text << value << '\n'; };
-  line("      DIMENSION OF MATRIX     =", fixed(h(H_N), 12, 0));
-  line("      RANK                    =", fixed(h(H_RANK), 12, 0));
-  line("      STORAGE AVAILABLE       =", fixed(static_cast<double>(args.size), 12, 0));
-  line("      MAXIMUM NEEDED          =", fixed(h(H_MAXNEED), 12, 0));
-  line("      NZE IN UPPER TRIANGULAR =", fixed(h(H_NNZA), 12, 0));
-  line("      NZE IN FACTOR           =", fixed(nzl, 12, 0));
-  line("      NO. OF CALLS NUM FACT   =", fixed(st.calls_numeric, 12, 0));
-  line("      NO. OF CALLS SOLVE      =", fixed(st.calls_solve, 12, 0));
-  line("      NO. OF CALLS SPARS SOLV =", fixed(st.calls_sparse_solve, 12, 0));
-  line("      NO. OF CALLS DET / LDET =", fixed(st.calls_det, 12, 0));
-  line("      NO. OF CALLS SPARS INV  =", fixed(st.calls_inverse, 12, 0));
-  line("      MAX NO. NODES           =", fixed(st.max_nodes, 12, 0));
-  line("      MAX PATH LENGTH         =", fixed(st.max_path, 12, 0));
-  line("      AVG NO. NODES FPATH     =", fixed(avg(st.sum_fnodes), 12, 2));
-  line("      AVG NO. NODES BPATH     =", fixed(avg(st.sum_bnodes), 12, 2));
-  line("      AVG FPATH LENGTH        =", fixed(avg(st.sum_fpath), 12, 2));
-  line("      AVG BPATH LENGTH        =", fixed(avg(st.sum_bpath), 12, 2));
-  line("      TOTAL CPU TIME IN TORVEX =", fixed(total, 11, 3));
-  line("      TIME FOR FINDING ORDER  =", fixed(st.time_order, 12, 3));
-  line("      TIME FOR SYMBOLIC FAC   =", fixed(st.time_symbolic, 12, 3));
-  line("      TIME FOR NUMERICAL FAC  =", fixed(st.time_numeric, 12, 3));
-  line("      TIME FOR SOLVE          =", fixed(st.time_solve, 12, 3));
-  line("      TIME FOR SPARSE SOLVE   =", fixed(st.time_sparse_solve, 12, 3));
-  line("      TIME FOR SPARSE INVERSE =", fixed(st.time_inverse, 12, 3));
+  o << head.write(FormatList());
+  o << counts.write(FormatList("      DIMENSION OF MATRIX     =", h(H_N), "      RANK                    =", h(H_RANK),
+                               "      STORAGE AVAILABLE       =", args.size, "      MAXIMUM NEEDED          =",
+                               h(H_MAXNEED), "      NZE IN UPPER TRIANGULAR =", h(H_NNZA),
+                               "      NZE IN FACTOR           =", nzl, "      NO. OF CALLS NUM FACT   =",
+                               count(st.calls_numeric), "      NO. OF CALLS SOLVE      =", count(st.calls_solve),
+                               "      NO. OF CALLS SPARS SOLV =", count(st.calls_sparse_solve),
+                               "      NO. OF CALLS DET / LDET =", count(st.calls_det),
+                               "      NO. OF CALLS SPARS INV  =", count(st.calls_inverse),
+                               "      MAX NO. NODES           =", count(st.max_nodes),
+                               "      MAX PATH LENGTH         =", count(st.max_path)));
+  o << averages.write(FormatList("      AVG NO. NODES FPATH     =", avg(st.sum_fnodes), "      AVG NO. NODES BPATH     =",
+                                 avg(st.sum_bnodes), "      AVG FPATH LENGTH        =", avg(st.sum_fpath),
+                                 "      AVG BPATH LENGTH        =", avg(st.sum_bpath)));
+  o << total_time.write(FormatList("      TOTAL CPU TIME IN TORVEX =", total));
+  o << times.write(FormatList("      TIME FOR FINDING ORDER  =", st.time_order, "      TIME FOR SYMBOLIC FAC   =",
+                              st.time_symbolic, "      TIME FOR NUMERICAL FAC  =", st.time_numeric,
+                              "      TIME FOR SOLVE          =", st.time_solve, "      TIME FOR SPARSE SOLVE   =",
+                              st.time_sparse_solve, "      TIME FOR SPARSE INVERSE =", st.time_inverse));
 }
 
 // ---- options 72 to 75: copies of the structure and the factor -------------------------------
+
+// The check sum of a saved work array: its 8-byte words (and a last 4-byte one) mixed in
+// turn. Every step is one-to-one in the word and in the sum so far, so a change of any one
+// word always shows.
+std::uint64_t image_sum(const unsigned char* bytes, std::uint64_t size) {
+  std::uint64_t h = 0x9e3779b97f4a7c15ull ^ size;
+  auto mix = [&h](std::uint64_t w) {
+    h = (h ^ w) * 0xff51afd7ed558ccdull;
+    h ^= h >> 32;
+  };
+  std::uint64_t k = 0;
+  for (; k + 8 <= size; k += 8) {
+    std::uint64_t w;
+    std::memcpy(&w, bytes + k, 8);
+    mix(w);
+  }
+  if (k < size) {
+    std::uint64_t w = 0;
+    std::memcpy(&w, bytes + k, static_cast<std::size_t>(size - k));
+    mix(w);
+  }
+  return h;
+}
 
 void copy_out(std::int32_t option, std::int32_t& flag, TorvexKernelArgs& args) {
   std::int32_t* is = args.is;
@@ -945,39 +977,89 @@ void copy_out(std::int32_t option, std::int32_t& flag, TorvexKernelArgs& args) {
     flag = option * 100 + 1;
     return;
   }
+  // Two records: the number of cells with the check sum of their bytes, then the cells.
+  const std::uint64_t bytes = static_cast<std::uint64_t>(used) * sizeof(std::int32_t);
   const std::int64_t u = used;
-  args.save_unit->write(u);
-  args.save_unit->write_bytes(is, static_cast<std::uint64_t>(used) * sizeof(std::int32_t));
+  args.save_unit->write(u, image_sum(reinterpret_cast<const unsigned char*>(is), bytes));
+  args.save_unit->write_bytes(is, bytes);
 }
 
-void copy_in(std::int32_t option, std::int32_t& flag, TorvexKernelArgs& args) {
-  std::int32_t* is = args.is;
-  if (option == 73) {
-    if (!args.is2 || args.size2 < H_CELLS || args.is2[H_MAGIC] != magic_value) {
-      flag = option * 100 + 1;
-      return;
-    }
-    const std::int32_t* s = args.is2;
-    const std::int64_t used = s[H_STAGE] >= S_SYMBOLIC ? s[H_END] : ordering_end(s[H_N]);
-    if (used > args.size2) {
-      flag = option * 100 + 1;
-      return;
-    }
-    if (lacks(args, used)) {
-      flag = lack_flag(option, args.need);
-      return;
-    }
-    const std::int32_t keep = is[H_MAXNEED];
-    std::memcpy(is, s, static_cast<std::size_t>(used) * sizeof(std::int32_t));
-    is[H_MAXNEED] = std::max(keep, is[H_MAXNEED]);
-    return;
+// Why a saved work array (of option 72 or 74), given as `used` cells at `bytes`, cannot be
+// taken back, or "" when it can. Every size and offset of its header must be the one that the
+// layout gives for its order and sizes, the permutation must be one with its inverse beside it,
+// and the structure of the factor must stay inside its arrays, the row subscripts of each
+// column rising below the diagonal. The values are not judged.
+std::string damaged_image(const unsigned char* bytes, std::int64_t used) {
+  auto cell = [bytes](std::int64_t k) {
+    std::int32_t v;
+    std::memcpy(&v, bytes + k * 4, 4);
+    return std::int64_t{v};
+  };
+  auto say = [](const auto&... parts) {
+    std::string t;
+    ((t += [](const auto& p) {
+       if constexpr (std::is_arithmetic_v<std::decay_t<decltype(p)>>)
+         return std::to_string(p);
+       else
+         return std::string(p);
+     }(parts)),
+     ...);
+    return t;
+  };
+  if (used < H_CELLS) return say("it holds ", used, " cells, fewer than its header");
+  if (cell(H_MAGIC) != magic_value) return "it is not a work array of this package";
+  const std::int64_t n = cell(H_N), stage = cell(H_STAGE);
+  if (n < 0) return say("the order ", n, " is negative");
+  if (stage < S_ORDERED || stage > S_FACTOR) return say("the stage ", stage, " is unknown");
+  if (cell(H_NNZA) < 0) return say("the element count ", cell(H_NNZA), " is negative");
+  if (cell(H_RANK) < 0 || cell(H_RANK) > n) return say("the rank ", cell(H_RANK), " is outside 0..", n);
+  if (cell(H_EMPTY) < 0 || cell(H_EMPTY) > n) return say("the count of empty rows ", cell(H_EMPTY), " is outside 0..", n);
+  std::int64_t want_used = ordering_end(n);
+  std::vector<std::pair<int, std::int64_t>> offsets = {{H_PERM, H_CELLS}, {H_INVP, H_CELLS + n + 1}};
+  std::int64_t off[6] = {};
+  const std::int64_t nofsub = cell(H_NOFSUB), nnzl = cell(H_NNZL);
+  if (stage >= S_SYMBOLIC) {
+    if (nofsub < 0 || nnzl < 0)
+      return say("a size of the factor is negative (", nofsub, " subscripts, ", nnzl, " values)");
+    const std::int64_t xlnz_off = ordering_end(n), xnzsub_off = xlnz_off + n + 1;
+    want_used = factor_layout(n, even(xnzsub_off + n + 1), nofsub, nnzl, off);
+    offsets.insert(offsets.end(), {{H_XLNZ, xlnz_off}, {H_XNZSUB, xnzsub_off}, {H_NZSUB, off[0]}, {H_LNZ, off[1]},
+                                   {H_DIAG, off[2]}, {H_LINK, off[3]}, {H_FIRST, off[4]}, {H_TEMP, off[5]},
+                                   {H_END, want_used}});
   }
-  if (!args.load_unit || !args.load_unit->is_open()) {
-    flag = option * 100 + 1;
-    return;
+  for (const auto& [h, want] : offsets)
+    if (cell(h) != want) return say("header cell ", h, " holds ", cell(h), " where its sizes give ", want);
+  if (used != want_used) return say("it holds ", used, " cells where its sizes give ", want_used);
+  // perm[new] = old and invp[old] = new, both 0-based: each must undo the other.
+  for (std::int64_t k = 0; k < n; ++k) {
+    const std::int64_t p = cell(H_CELLS + k);
+    if (p < 0 || p >= n || cell(H_CELLS + n + 1 + p) != k) return "the permutation and its inverse do not match";
   }
-  std::int64_t used = 0;
-  if (args.load_unit->read(used) != FramedStatus::ok || used < H_CELLS) {
+  if (stage < S_SYMBOLIC) return {};
+  const std::int64_t xlnz = ordering_end(n), xnzsub = xlnz + n + 1;
+  if (cell(xlnz) != 0 || cell(xlnz + n) != nnzl) return "the columns of the factor do not fill it from its start";
+  for (std::int64_t j = 0; j < n; ++j) {
+    const std::int64_t len = cell(xlnz + j + 1) - cell(xlnz + j), first = cell(xnzsub + j);
+    if (len < 0) return say("column ", j + 1, " of the factor has a negative length");
+    if (first < 0 || first + len > nofsub) return say("the subscripts of column ", j + 1, " lie outside the stored ones");
+    std::int64_t previous = j;
+    for (std::int64_t t = 0; t < len; ++t) {
+      const std::int64_t r = cell(off[0] + first + t);
+      if (r <= previous || r >= n) return say("the subscripts of column ", j + 1, " do not rise below the diagonal");
+      previous = r;
+    }
+  }
+  return {};
+}
+
+// Takes a sound image of `used` cells into the work array (when it is large enough), keeping
+// the largest need seen. The work vector of the solves is zero between uses.
+void take_image(const unsigned char* bytes, std::int64_t used, std::int32_t option, std::int32_t& flag,
+                TorvexKernelArgs& args) {
+  const std::string why = damaged_image(bytes, used);
+  if (!why.empty()) {
+    print_free(std::string(option == 75 ? "torvex_kernel: the factor file is damaged: "
+                                        : "torvex_kernel: the copy of the factor is damaged: ") + why);
     flag = option * 100 + 1;
     return;
   }
@@ -985,14 +1067,56 @@ void copy_in(std::int32_t option, std::int32_t& flag, TorvexKernelArgs& args) {
     flag = lack_flag(option, args.need);
     return;
   }
-  std::vector<unsigned char> rec;
-  if (args.load_unit->read_bytes(rec) != FramedStatus::ok ||
-      rec.size() != static_cast<std::size_t>(used) * sizeof(std::int32_t)) {
+  std::int32_t* is = args.is;
+  const std::int32_t keep = is[H_MAXNEED];
+  std::memmove(is, bytes, static_cast<std::size_t>(used) * sizeof(std::int32_t));
+  is[H_MAXNEED] = std::max(keep, is[H_MAXNEED]);
+  if (is[H_STAGE] >= S_SYMBOLIC) {
+    double* temp = real_at(is, is[H_TEMP]);
+    std::fill(temp, temp + is[H_N], 0.0);
+  }
+}
+
+// Options 73 and 75. Nothing of the work array changes unless the whole image is sound.
+void copy_in(std::int32_t option, std::int32_t& flag, TorvexKernelArgs& args) {
+  if (option == 73) {
+    if (!args.is2 || args.size2 < H_CELLS) {
+      flag = option * 100 + 1;
+      return;
+    }
+    const auto* bytes = reinterpret_cast<const unsigned char*>(args.is2);
+    const std::int64_t stage = args.is2[H_STAGE], n = args.is2[H_N];
+    std::int64_t used = stage >= S_SYMBOLIC ? args.is2[H_END] : ordering_end(std::max<std::int64_t>(n, 0));
+    // A header that claims more than the copy holds is judged on what it holds.
+    if (used < H_CELLS || used > args.size2) used = std::min(args.size2, max_cells);
+    take_image(bytes, used, option, flag, args);
+    return;
+  }
+  if (!args.load_unit || !args.load_unit->is_open()) {
     flag = option * 100 + 1;
     return;
   }
-  std::memcpy(is, rec.data(), rec.size());
-  if (is[H_MAGIC] != magic_value) flag = option * 100 + 1;
+  // Two records: the number of cells with their check sum, then the cells. The sizes are
+  // checked against each other and the sum against the cells before anything is read into the
+  // work array; the framing keeps a damaged count from asking for more than the file holds.
+  auto damaged = [&](const std::string& why) {
+    print_free("torvex_kernel: the factor file is damaged: " + why);
+    flag = option * 100 + 1;
+  };
+  std::vector<unsigned char> head, rec;
+  if (args.load_unit->read_bytes(head) != FramedStatus::ok || head.size() != 2 * sizeof(std::int64_t))
+    return damaged("its first record is not the size and check sum of a work array");
+  std::int64_t used = 0;
+  std::uint64_t sum = 0;
+  std::memcpy(&used, head.data(), sizeof used);
+  std::memcpy(&sum, head.data() + sizeof used, sizeof sum);
+  if (used < H_CELLS || used > max_cells) return damaged("it announces a work array of " + std::to_string(used) + " cells");
+  if (args.load_unit->read_bytes(rec) != FramedStatus::ok) return damaged("the record of the work array is missing or cut short");
+  if (rec.size() != static_cast<std::uint64_t>(used) * sizeof(std::int32_t))
+    return damaged("the record of the work array holds " + std::to_string(rec.size()) + " bytes for " +
+                   std::to_string(used) + " cells");
+  if (image_sum(rec.data(), rec.size()) != sum) return damaged("its check sum does not match its contents");
+  take_image(rec.data(), used, option, flag, args);
 }
 
 }  // namespace
@@ -1013,6 +1137,27 @@ std::int32_t torvex_rank(const std::int32_t* is) {
 
 void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, const std::int32_t* ja,
                    double* a, std::int32_t* perm, double* rhs, std::int32_t& flag, TorvexKernelArgs& args) {
+  // The sizes that the caller vouches for: n + 1 row starts, ia(n+1)-1 columns and values. The
+  // row starts are read only by the options that use the matrix.
+  const bool reads_matrix = option == 10 || option == 70 || option == 20 || option == 40 || option == 56 ||
+                            option == 60 || option == 61;
+  std::span<const std::int32_t> ia_s, ja_s;
+  std::span<double> a_s;
+  if (reads_matrix && ia && n >= 0) {
+    ia_s = {ia, static_cast<std::size_t>(n) + 1};
+    const std::int64_t count = std::max<std::int64_t>(std::int64_t{ia[n]} - 1, 0);
+    if (ja) ja_s = {ja, static_cast<std::size_t>(count)};
+    if (a) a_s = {a, static_cast<std::size_t>(count)};
+  }
+  torvex_kernel(option, n, ia_s, ja_s, a_s, perm, rhs, flag, args);
+}
+
+void torvex_kernel(std::int32_t option, std::int32_t n, std::span<const std::int32_t> ia_s,
+                   std::span<const std::int32_t> ja_s, std::span<double> a_s, std::int32_t* perm, double* rhs,
+                   std::int32_t& flag, TorvexKernelArgs& args) {
+  const std::int32_t* ia = ia_s.data();
+  const std::int32_t* ja = ja_s.data();
+  double* a = a_s.data();
   flag = 0;
   args.need = 0;
   TorvexStatistics& st = args.stats ? *args.stats : torvex_state.stats;
@@ -1028,7 +1173,7 @@ void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, 
     case 10:
     case 70: {
       time_slot = &st.time_order;
-      if ((n > 0 && (!ia || !ja)) || !valid_structure(n, ia, ja)) { flag = -4; break; }
+      if (!sound_structure(option, n, ia_s, ja_s, a_s, false)) { flag = torvex_flag_bad_structure; break; }
       if (!is || args.size < H_CELLS) {
         args.need = ordering_end(n);
         flag = lack_flag(option, args.need);
@@ -1048,28 +1193,33 @@ void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, 
     }
     case 20:
       time_slot = &st.time_symbolic;
-      if (!stage_ok(S_ORDERED) || !valid_structure(n, ia, ja)) { flag = -3; break; }
+      if (!stage_ok(S_ORDERED)) { flag = torvex_flag_out_of_order; break; }
+      if (!sound_structure(option, n, ia_s, ja_s, a_s, false)) { flag = torvex_flag_bad_structure; break; }
       symbolic(n, ia, ja, flag, args);
       break;
     case 40:
       time_slot = &st.time_numeric;
-      if (!stage_ok(S_SYMBOLIC) || count_elements(n, ia) != is[H_NNZA] || !valid_structure(n, ia, ja)) {
-        flag = -3;
+      if (!stage_ok(S_SYMBOLIC)) {
+        flag = torvex_flag_out_of_order;
+      } else if (!sound_structure(option, n, ia_s, ja_s, a_s, true)) {
+        flag = torvex_flag_bad_structure;
+      } else if (count_elements(n, ia) != is[H_NNZA]) {
+        flag = torvex_flag_pattern_changed;
       } else {
         numeric(n, ia, ja, a, flag, args, st);
       }
-      if (flag != 0) flag += 40000000;
+      if (flag != 0) flag += torvex_numeric_offset;
       break;
     case 50:
       time_slot = &st.time_solve;
-      if (!stage_ok(S_FACTOR)) { flag = -3; break; }
+      if (!stage_ok(S_FACTOR)) { flag = torvex_flag_out_of_order; break; }
       solve(n, rhs, parts_of(is));
       st.calls_solve += 1;
       break;
     case 51:
     case 52:
       time_slot = &st.time_sparse_solve;
-      if (!stage_ok(S_FACTOR)) { flag = -3; break; }
+      if (!stage_ok(S_FACTOR)) { flag = torvex_flag_out_of_order; break; }
       if (option == 52)
         sparse_solve(n, rhs, args.rhs_list, args.rhs_count, args.rhs_list, args.rhs_count, flag, args, st, option);
       else
@@ -1077,7 +1227,7 @@ void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, 
       break;
     case 54:
     case 55: {
-      if (!stage_ok(S_FACTOR)) { flag = -3; break; }
+      if (!stage_ok(S_FACTOR)) { flag = torvex_flag_out_of_order; break; }
       const double* diag = parts_of(is).diag;
       double v = option == 54 ? 1.0 : 0.0;
       for (std::int32_t j = 0; j < n; ++j) {
@@ -1095,21 +1245,21 @@ void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, 
       break;
     }
     case 56:
-      if (!stage_ok(S_FACTOR) || !args.x || !rhs || !valid_structure(n, ia, ja)) { flag = -3; break; }
+      if (!stage_ok(S_FACTOR) || !args.x || !rhs) { flag = torvex_flag_out_of_order; break; }
+      if (!sound_structure(option, n, ia_s, ja_s, a_s, true)) { flag = torvex_flag_bad_structure; break; }
       check_solution(n, ia, ja, a, rhs, args.x, args.check_tolerance, parts_of(is));
       break;
     case 60:
     case 61:
       time_slot = &st.time_inverse;
-      if (!stage_ok(S_FACTOR) || count_elements(n, ia) != is[H_NNZA] || !valid_structure(n, ia, ja)) {
-        flag = -3;
-        break;
-      }
+      if (!stage_ok(S_FACTOR)) { flag = torvex_flag_out_of_order; break; }
+      if (!sound_structure(option, n, ia_s, ja_s, a_s, true)) { flag = torvex_flag_bad_structure; break; }
+      if (count_elements(n, ia) != is[H_NNZA]) { flag = torvex_flag_pattern_changed; break; }
       inverse(n, ia, ja, a, flag, args, st, option == 61);
       break;
     case 72:
     case 74:
-      if (!stage_ok(S_ORDERED)) { flag = -3; break; }
+      if (!stage_ok(S_ORDERED)) { flag = torvex_flag_out_of_order; break; }
       copy_out(option, flag, args);
       break;
     case 73:
@@ -1122,7 +1272,7 @@ void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, 
       break;
     case 90:
     case 100:
-      if (!stage_ok(S_FACTOR) || !rhs) { flag = -3; break; }
+      if (!stage_ok(S_FACTOR) || !rhs) { flag = torvex_flag_out_of_order; break; }
       if (option == 90)
         mult_inverse_factor(n, rhs, parts_of(is));
       else

@@ -16,11 +16,21 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 namespace mmekit {
 
 class FramedWriter;
 class FramedReader;
+
+// Flags of the kernel other than a memory need (see torvex_kernel).
+inline constexpr std::int32_t torvex_flag_wrong_permutation = -1;
+inline constexpr std::int32_t torvex_flag_order_unit = -2;
+inline constexpr std::int32_t torvex_flag_out_of_order = -3;
+inline constexpr std::int32_t torvex_flag_bad_structure = -4;
+inline constexpr std::int32_t torvex_flag_pattern_changed = -5;
+// Added by the numeric stage to a nonzero flag.
+inline constexpr std::int32_t torvex_numeric_offset = 40000000;
 
 // Relative pivot tolerance: a pivot that keeps less than this share of its diagonal is zero.
 inline constexpr double torvex_tol = 1e-08;
@@ -92,13 +102,29 @@ struct TorvexKernelArgs {
 //  61 the same sharing the factor's work vectors
 //  70 ordering read from args.order_in (instead of option 10)
 //  72/73 copy structure, factor and scalars to/from args.is2;  74/75 to/from a file unit
+//     (two framed records: the number of cells with a check sum of them, then the cells).
+//     Before 73 or 75 takes anything, every size and offset of the copy is checked against its
+//     order and the sizes of its factor (and, for a file, against the records and the sum)
 //  80 statistics block          90 rhs = inverse factor times rhs      100 rhs = factor times rhs
 // `perm` (may be null) receives the 1-based permutation after options 10 and 70.
 // flag: 0 done; the needed size (with args.need) when the work array is short, or
-// option x 100 + 1 when the need is too large for that code or cannot be met by growing;
-// -1 wrong permutation size (option 70); -2 failure of the order unit; -3 stage called out of
-// order or for another matrix; -4 an index of ia/ja out of range; -99 unknown option.
+// option x 100 + 1 when the need is too large for that code or cannot be met by growing, or
+// when a copy of options 73/75 is damaged (it is then refused whole, with a message, and the
+// work array keeps what it held); -1 wrong permutation size (option 70); -2 failure of the
+// order unit; -3 stage called out of order or for another order; -4 a structure ia/ja (or a
+// list of options 51/52) that cannot be walked, with a message naming the fault; -5 a matrix
+// whose elements do not all have a place in the analysed structure of the factor (options 40,
+// 60, 61): its pattern changed since the symbolic stage. -99 unknown option.
 // The numeric stage adds 40,000,000 to a nonzero flag.
+//
+// The matrix is checked for the options that read it (10, 20, 40, 56, 60, 61, 70): ia must
+// hold n + 1 row starts from 1 that never fall, ja (and a, where values are read) at least
+// ia(n+1)-1 entries, and every column must lie in 1..n.
+void torvex_kernel(std::int32_t option, std::int32_t n, std::span<const std::int32_t> ia,
+                   std::span<const std::int32_t> ja, std::span<double> a, std::int32_t* perm, double* rhs,
+                   std::int32_t& flag, TorvexKernelArgs& args);
+// The same on plain pointers: the caller vouches for the sizes, ia holding n + 1 entries and ja
+// and a holding ia(n+1)-1 (ia(n+1) is read to learn that number).
 void torvex_kernel(std::int32_t option, std::int32_t n, const std::int32_t* ia, const std::int32_t* ja,
                    double* a, std::int32_t* perm, double* rhs, std::int32_t& flag, TorvexKernelArgs& args);
 

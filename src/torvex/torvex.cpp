@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <span>
 #include <string>
 
 #include "mmekit/sparse/ija.hpp"
@@ -19,6 +20,10 @@ TorvexState torvex_state;
 namespace {
 
 constexpr const char* order_file = "torvex.ord";
+constexpr const char* pattern_changed =
+    "TORVEX: the pattern of the matrix changed since the ordering; call \"res\" and start again";
+
+std::span<double> values_of(Array1<double>& v) { return {v.data(), static_cast<std::size_t>(v.size())}; }
 
 bool is_operation(std::string_view op, std::string_view letters) { return op.substr(0, 3) == letters; }
 
@@ -27,6 +32,9 @@ bool is_operation(std::string_view op, std::string_view letters) { return op.sub
 bool torvex_handle_flag(std::int32_t flag, std::int64_t need, TorvexWork& work, std::int32_t& memory_size,
                         std::int32_t max_memory, std::int32_t print_level) {
   if (flag == 0) return false;
+  // The matrix has elements where the analysed factor has no place for them.
+  if (flag == torvex_flag_pattern_changed || flag == torvex_numeric_offset + torvex_flag_pattern_changed)
+    stop(pattern_changed);
   if (flag >= 4000000)
     stop(free_format("TORVEX: Zero or negative pivot for row ROW", " during numerical factorization in row:",
                      flag - 4000000));
@@ -58,7 +66,7 @@ void run_stage(std::int32_t option, sparse_ija& m, double* rhs, TorvexKernelArgs
       s.perm.assign(m.n, 0);
       perm = s.perm.data();
     }
-    torvex_kernel(option, m.n, m.ia.data(), m.ja.data(), m.a.data(), perm, rhs, flag, kargs);
+    torvex_kernel(option, m.n, span_of(m.ia), span_of(m.ja), values_of(m.a), perm, rhs, flag, kargs);
     if (!torvex_handle_flag(flag, kargs.need, s.work, s.memory_size, max_memory, print_level)) break;
     // The order unit is written afresh when the ordering runs again.
     if (kargs.order_out) kargs.order_out->open(order_file);
@@ -134,13 +142,21 @@ void TORVEX(std::string_view operation, sparse_ija& matrix, const TorvexArgs& ar
     torvex_kernel(80, matrix.n, nullptr, nullptr, nullptr, nullptr, nullptr, flag, k);
     return;
   }
+  // Another matrix (another order, another number of elements) or a new ordering: start over.
+  const bool another =
+      matrix.n != s.order_last || matrix.nel != s.elements_last || (args.perm && args.perm->size() > 0);
+  // Before anything changes: the stages about to run walk the matrix, which must be whole (a
+  // solve on the factor in place does not read it), and a right-hand side must cover it.
+  const std::int32_t from = std::min({s.TORVEX_state, another ? 0 : 2, fac ? 1 : 2});
+  if (from < 2 || inv) require_sparse_ija("TORVEX", matrix);
+  if ((sol || mi || mf) && args.rhs->size() < matrix.n)
+    stop("TORVEX: the right-hand side holds " + std::to_string(args.rhs->size()) + " values but the matrix has order " +
+         std::to_string(matrix.n));
   if (s.TORVEX_state == -1) {
     s.work.allocate(s.memory_size);
     s.TORVEX_state = 0;
   }
-  // Another matrix (another order, another number of elements) or a new ordering: start over.
-  if (matrix.n != s.order_last || matrix.nel != s.elements_last || (args.perm && args.perm->size() > 0))
-    s.TORVEX_state = std::min(s.TORVEX_state, 0);
+  if (another) s.TORVEX_state = std::min(s.TORVEX_state, 0);
   s.order_last = matrix.n;
   s.elements_last = matrix.nel;
   if (fac) s.TORVEX_state = std::min(s.TORVEX_state, 1);
@@ -157,9 +173,14 @@ void TORVEX(std::string_view operation, sparse_ija& matrix, const TorvexArgs& ar
   if (fac) return;
   TorvexKernelArgs k;
   if (sol || mi || mf) {
+    // The solution may be the right-hand side itself: it is then solved in place.
     Array1<double>& x = *args.sol;
-    x.assign(matrix.n, 0.0);
-    for (std::int32_t i = 1; i <= matrix.n && i <= args.rhs->size(); ++i) x(i) = (*args.rhs)(i);
+    if (&x != args.rhs) {
+      x.assign(matrix.n, 0.0);
+      std::copy_n(args.rhs->begin(), matrix.n, x.begin());
+    } else {
+      x.resize(matrix.n);
+    }
     run_stage(sol ? 50 : mi ? 90 : 100, matrix, x.data(), k, max_memory, pl, nullptr);
   } else if (inv) {
     run_stage(61, matrix, nullptr, k, max_memory, pl, "inversion time=");

@@ -20,6 +20,16 @@
 // The matrix is a `sparse_ija` in upper form (a full form gives the same results). A singular
 // (semi-definite) matrix factorises without error: dependent equations get zero pivots and
 // are left out of solves, determinants and the inverse.
+//
+// Bad input stops the run with a message that says what is wrong: a matrix whose structure
+// cannot be walked, found before any stage walks it ("TORVEX: ia(11)-1 = 12 but ja holds 10
+// entries", and the like for ia too short, row starts that fall or do not start at 1, a column
+// outside 1..n, a too short, nel other than ia(n+1)-1; a solve on the factor in place does not
+// read the matrix), a right-hand side shorter than n, and a matrix of the same order and
+// element count as the one analysed whose elements no longer fit the structure of its factor
+// ("TORVEX: the pattern of the matrix changed since the ordering; call "res" and start again").
+// A missing right-hand side, solution or determinant argument only prints its message and
+// returns.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +47,10 @@ struct sparse_ija;
 // Optional arguments of TORVEX. Every pointer that is null (every optional that is empty) is
 // an absent argument, which is not the same as a given one with a default-looking value.
 struct TorvexArgs {
-  const Array1<double>* rhs = nullptr;  // right-hand side ("sol", "m_i", "m_f"), n values
-  Array1<double>* sol = nullptr;        // result of "sol", "m_i", "m_f"; resized to n
+  // Right-hand side of "sol", "m_i", "m_f": at least n values (the first n are used; fewer stop
+  // the run). The solution is resized to n; it may be the right-hand side itself.
+  const Array1<double>* rhs = nullptr;
+  Array1<double>* sol = nullptr;
   double* det = nullptr;                // result of "det" and "lde"
   std::optional<std::int32_t> print_level;  // default 0; 1 and up: times and memory growth
   std::optional<std::int32_t> max_memory;   // in 4-byte units; default 2147483647
