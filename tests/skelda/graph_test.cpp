@@ -23,21 +23,8 @@ Array1<T> arr(std::initializer_list<T> v) {
 
 }  // namespace
 
-TEST(CheckIja, EveryFaultHasItsMessage) {
-  struct Case {
-    std::int32_t neq;
-    Array1<std::int32_t> ia, ja;
-    const char* printed;
-  };
-  const Case cases[] = {{0, arr({1}), arr({}), "ERROR: neq < 1\n"},
-                        {2, arr({1, 2, 2}), arr({1}), "ERROR: ia(i) > ia(i+1)-1\n"},  // empty row 2
-                        {2, arr({1, 3, 2}), arr({1, 2}), "ERROR: ia(i) > ia(i+1)-1\n"},
-                        {1, arr({0, 1}), arr({1}), "ERROR: zero or negative ia\n"},
-                        {2, arr({1, 2, 3}), arr({1, 0}), "ERROR: zero or negative j\n"},
-                        {2, arr({1, 3, 4}), arr({2, 2, 2}), "ERROR: j found twice or more\n"}};
-  for (const Case& c : cases) EXPECT_EQ(stop_output([&] { mmekit::check_ija(c.neq, c.ia, c.ja, false); }), c.printed);
-  // The mark vector is cleared per row: the same column in two rows is fine. With show, each
-  // row is listed.
+TEST(CheckIja, ShowListsEveryRow) {
+  // The mark vector is cleared per row: the same column in two rows is fine.
   mmekit::CaptureOutput cap;
   mmekit::check_ija(2, arr({1, 3, 4}), arr({1, 2, 2}), true);
   EXPECT_EQ(cap.text(), " ia= 1 2 ; ja= 1 2\n ia= 3 3 ; ja= 2\n");
