@@ -9,7 +9,8 @@
 // and 300,000 equations; a 500 x 500 2-D grid and a 60 x 60 x 60 3-D grid.
 //
 // Rounds: MMEKIT_BENCH_ROUNDS (at least and by default 3). A method whose first round takes
-// longer than MMEKIT_BENCH_SLOW_SECONDS (default 180) is run once.
+// longer than MMEKIT_BENCH_SLOW_SECONDS (default 180) is run once. MMEKIT_BENCH_METHODS
+// chooses the methods (see methods()).
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -153,6 +154,19 @@ std::vector<Method> methods() {
   m.push_back({"skelda step AMD", [](const Graph& g, Perm& o) { ours_step(g, o, 1); }, amd_peer});
   if (mmekit::skelda_have_metis())
     m.push_back({"skelda step METIS", [](const Graph& g, Perm& o) { ours_step(g, o, 0); }, metis_peer});
+  // MMEKIT_BENCH_METHODS: a comma-separated list of the methods to run (all by default); a
+  // method's peer is run with it.
+  if (const char* e = std::getenv("MMEKIT_BENCH_METHODS")) {
+    const std::string list = "," + std::string(e) + ",";
+    auto wanted = [&](const std::string& name) { return list.find("," + name + ",") != std::string::npos; };
+    std::vector<Method> kept;
+    for (const Method& x : m) {
+      bool keep = wanted(x.name);
+      for (const Method& y : m) keep = keep || (y.peer == x.name && wanted(y.name));
+      if (keep) kept.push_back(x);
+    }
+    m = kept;
+  }
   return m;
 }
 
