@@ -34,10 +34,12 @@ answers() {  # answers <input> <output>
   printf '%s\n%s\n3 4\n5 305 4\n20 120 3\n' "$1" "$2"
 }
 
-# timed <command...>: "wall cpu" in seconds (CPU = user + system) of one run.
+# timed <command...>: "wall cpu" in seconds (CPU = user + system) of one run, to the
+# millisecond (the time keyword of bash; /usr/bin/time gives only hundredths).
 timed() {
-  /usr/bin/time -f '%e %U %S' -o run.time "$@"
-  "$AWK" '{ print $1, $2 + $3 }' run.time
+  local TIMEFORMAT='%3R %3U %3S'
+  { time "$@" 2> run.err; } 2> run.time
+  "$AWK" '{ printf "%.3f %.3f\n", $1, $2 + $3 }' run.time
 }
 
 # min <a> <b>: the smaller of two numbers, b when a is empty.
@@ -83,7 +85,7 @@ RSS_SMALL=$(rss small.txt)
   printf "                     CPU s   records/s (CPU)  MB/s in (CPU)   wall s\n";
   printf "regcov               %5.3f   %14.0f   %13.1f   %6.3f\n", cr, n / cr, b / 1e6 / cr, wr;
   printf "%-20s %5.3f   %14.0f   %13.1f   %6.3f\n", awkname " {$1=$1;print}", ca, n / ca, b / 1e6 / ca, wa;
-  printf "ratio regcov/awk     CPU %.2f, wall %.2f\n", cr / ca, wr / wa;
+  printf "ratio regcov/awk     CPU %.3f, wall %.3f\n", cr / ca, wr / wa;
   printf "max RSS regcov       %d kB for %d records, %d kB for %d records\n", rb, n, rs, ns;
 }'
 printf 'started %s, load average %s at the start of the rounds, %s at the end\n%s' "$STARTED" "$LOAD_START" "$LOAD_END" "$ROUNDS"
