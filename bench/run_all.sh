@@ -14,10 +14,18 @@ logs=$(realpath -m "${2:-/tmp/mmekit-bench-logs/$(date +%Y%m%d-%H%M%S)}")
 shift $(($# < 2 ? $# : 2))
 parts=("$@")
 ((${#parts[@]})) || parts=(sparse dense format regcov orderings orderings300k)
+for part in "${parts[@]}"; do
+  case $part in
+    sparse | dense | format | regcov | orderings | orderings300k | torvex) ;;
+    *) echo "unknown part $part (parts: sparse dense format regcov orderings orderings300k torvex)" >&2; exit 2 ;;
+  esac
+done
 
 if [ ! -f /usr/include/suitesparse/amd.h ]; then
   sudo=""; [ "$(id -u)" = 0 ] || sudo=sudo
-  $sudo apt-get install -y --no-install-recommends libsuitesparse-dev
+  # A stale package list makes the install fail: update it and try once more.
+  $sudo apt-get install -y --no-install-recommends libsuitesparse-dev ||
+    { $sudo apt-get update && $sudo apt-get install -y --no-install-recommends libsuitesparse-dev; }
 fi
 cmake -S "$src" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DMMEKIT_TESTS=OFF -DMMEKIT_BENCH=ON >/dev/null
 cmake --build "$build" -j2 --target bench_sparse bench_dense_ginv2 bench_support_format bench_skelda_ordering \
@@ -33,9 +41,8 @@ for part in "${parts[@]}"; do
     format) "$build/bin/bench_support_format" ;;
     regcov) "$src/bench/regcov/run.sh" "$build/bin/regcov" 1000000 ;;
     orderings) "$build/bin/bench_skelda_ordering" --benchmark_filter='mme50k|grid' ;;
-    orderings300k) "$build/bin/bench_skelda_ordering" --benchmark_filter=mme300k ;;
+    orderings300k) "$build/bin/bench_skelda_ordering" --benchmark_filter=mme300k ;;  # MMEKIT_BENCH_METHODS applies
     torvex) (cd "$build" && ./bin/bench_torvex) ;;
-    *) echo "unknown part $part" >&2; exit 2 ;;
   esac > "$logs/$part.log" 2>&1
   echo "$part: ended $(date '+%Y-%m-%d %H:%M:%S'), load average $(cut -d' ' -f1-3 /proc/loadavg)"
 done
