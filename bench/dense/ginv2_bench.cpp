@@ -10,10 +10,11 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <string>
-#include <vector>
+#include <cstdio>
 #include <map>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "common/interleave.hpp"
 #include "mmekit/dense/blas.hpp"
