@@ -1,5 +1,8 @@
 // ginv2 against LAPACK's Cholesky factorisation and inversion (dpotrf + dpotri) on the same
-// positive definite matrix, and ginv2 on a rank-deficient matrix of the same order.
+// positive definite matrix, and ginv2 on a rank-deficient matrix of the same order, interleaved
+// round by round in one benchmark per order (common/interleave.hpp); the best time of each is
+// kept and the ratio printed with the load average. Run with OPENBLAS_NUM_THREADS=1 for the
+// one-thread comparison (process CPU time is then the time of the whole computation).
 //
 // The matrices look like genomic relationship matrices: unit diagonal, small off-diagonal
 // elements. The rank-deficient one repeats every 20th row and column of an earlier one, so
@@ -7,9 +10,13 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <random>
+#include <string>
+#include <vector>
 
+#include "common/interleave.hpp"
 #include "mmekit/dense/blas.hpp"
 #include "mmekit/dense/dense.hpp"
 #include "mmekit/dense/inverse.hpp"
@@ -51,6 +58,7 @@ const densem& rank_deficient(std::int64_t n) {
   return cache.emplace(n, std::move(a)).first->second;
 }
 
+// ginv2 with block size `block` (0: the default) on a fresh copy of src.
 void run_ginv2(benchmark::State& state, const densem& src, std::int64_t block) {
   densem a;
   std::int32_t rank = 0;
@@ -62,48 +70,56 @@ void run_ginv2(benchmark::State& state, const densem& src, std::int64_t block) {
     benchmark::DoNotOptimize(a.data());
   }
   state.counters["rank"] = rank;
-  const double n = static_cast<double>(src.order());
-  state.counters["GFlops"] = benchmark::Counter(n * n * n * 1e-9 * static_cast<double>(state.iterations()),
-                                                benchmark::Counter::kIsRate);
 }
 
-void BM_ginv2_pd(benchmark::State& state) { run_ginv2(state, positive_definite(state.range(0)), 0); }
-void BM_ginv2_rank_deficient(benchmark::State& state) { run_ginv2(state, rank_deficient(state.range(0)), 0); }
+// Block size sweep of ginv2 (not a comparison with a peer).
 void BM_ginv2_pd_block(benchmark::State& state) {
   run_ginv2(state, positive_definite(state.range(0)), state.range(1));
 }
 
-void BM_lapack_potrf_potri_pd(benchmark::State& state) {
-  const densem& src = positive_definite(state.range(0));
+// Interleaved: 0 dpotrf + dpotri, 1 ginv2 on the same positive definite matrix, 2 ginv2 on the
+// rank-deficient one. Each run inverts a fresh copy; the copy is not timed.
+void BM_ginv2_vs_lapack(benchmark::State& state) {
+  const std::int64_t order = state.range(0);
+  const densem& pd = positive_definite(order);
+  const densem& rd = rank_deficient(order);
   densem a;
-  const blas_int n = static_cast<blas_int>(src.order());
+  const blas_int n = static_cast<blas_int>(order);
   blas_int info = 0;
-  for (auto _ : state) {
-    state.PauseTiming();
-    a = src;
-    state.ResumeTiming();
+  std::int32_t rank_pd = 0, rank_rd = 0;
+  auto lapack = [&] {
     info = blas::potrf('L', n, a.data(), n);
     if (info == 0) info = blas::potri('L', n, a.data(), n);
     benchmark::DoNotOptimize(a.data());
+  };
+  auto ginv2 = [&](std::int32_t& rank) {
+    ginv2_kernel(a.data(), a.order(), a.ld(), rank, 1e-10, 0);
+    benchmark::DoNotOptimize(a.data());
+  };
+  benchcmp::Comparison c;
+  for (auto _ : state) {
+    c = benchcmp::interleave("ginv2 against dpotrf + dpotri, n = " + std::to_string(order),
+                             {{"dpotrf + dpotri", lapack, [&] { a = pd; }},
+                              {"ginv2 positive definite", [&] { ginv2(rank_pd); }, [&] { a = pd; }},
+                              {"ginv2 rank deficient", [&] { ginv2(rank_rd); }, [&] { a = rd; }}},
+                             benchcmp::rounds());
+    state.SetIterationTime(c.times[1].best_wall());
   }
   if (info != 0) state.SkipWithError("dpotrf/dpotri failed");
-  const double nn = static_cast<double>(n);
-  state.counters["GFlops"] = benchmark::Counter(nn * nn * nn * 1e-9 * static_cast<double>(state.iterations()),
-                                                benchmark::Counter::kIsRate);
+  std::printf("   ranks: positive definite %d, rank deficient %d (of %lld)\n", rank_pd, rank_rd,
+              static_cast<long long>(order));
+  benchcmp::print(c, {{1, 0}, {2, 0}});
+  benchcmp::report(state, c, 1, 0);
+  state.counters["rank_deficient"] = rank_rd;
 }
 
 }  // namespace
 
-// One inversion of order 8000 is about 5e11 flops: few iterations, the same for each contender.
-BENCHMARK(BM_lapack_potrf_potri_pd)->Arg(4000)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ginv2_pd)->Arg(4000)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ginv2_rank_deficient)->Arg(4000)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_lapack_potrf_potri_pd)->Arg(8000)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ginv2_pd)->Arg(8000)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ginv2_rank_deficient)->Arg(8000)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+// One inversion of order 8000 is about 5e11 flops, some 12 s on one core.
+BENCHMARK(BM_ginv2_vs_lapack)->Arg(4000)->Arg(8000)->Iterations(1)->Unit(benchmark::kMillisecond)->UseManualTime();
 // Block size sweep (not part of the comparison; select it with --benchmark_filter=block).
 BENCHMARK(BM_ginv2_pd_block)
     ->Args({4000, 64})->Args({4000, 128})->Args({4000, 192})->Args({4000, 256})->Args({4000, 384})
-    ->Unit(benchmark::kMillisecond)->Iterations(2)->UseRealTime();
+    ->Unit(benchmark::kMillisecond)->Iterations(2)->MeasureProcessCPUTime()->UseRealTime();
 
-BENCHMARK_MAIN();
+MMEKIT_BENCH_MAIN()

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Throughput of regcov against awk '{$1=$1; print}' on the same generated data file, and the
 # peak memory of regcov for two file sizes (it streams: memory must not grow with the file).
+# The two run interleaved, round by round (regcov, awk, regcov, awk, ...), REPEAT rounds (at
+# least 3); the best wall time and the best CPU time of each are kept, and the load average is
+# printed at the start and at the end of the timed rounds.
 #
 #   bench/regcov/run.sh [regcov binary] [records] [work dir]
 #
@@ -12,7 +15,7 @@ REGCOV=$(realpath "${1:-build/bin/regcov}")
 N=${2:-1000000}
 WORK=${3:-$(mktemp -d)}
 AWK=${AWK:-awk}
-REPEAT=${REPEAT:-3}
+REPEAT=${REPEAT:-5}
 mkdir -p "$WORK"
 cd "$WORK"
 
@@ -31,21 +34,16 @@ answers() {  # answers <input> <output>
   printf '%s\n%s\n3 4\n5 305 4\n20 120 3\n' "$1" "$2"
 }
 
-# best_of <command...>: the smallest wall time and the smallest CPU time (user + system) of
-# REPEAT runs, as "wall cpu" in seconds. The machine may be shared: CPU time is the fairer figure.
-best_of() {
-  local best_wall="" best_cpu=""
-  for ((r = 0; r < REPEAT; r++)); do
-    /usr/bin/time -f '%e %U %S' -o run.time "$@"
-    read -r wall user sys < run.time
-    read -r best_wall best_cpu < <(echo "$wall $user $sys $best_wall $best_cpu" | "$AWK" '{
-      c = $2 + $3; w = $1;
-      if ($4 != "" && $4 < w) w = $4;
-      if ($5 != "" && $5 < c) c = $5;
-      print w, c }')
-  done
-  echo "$best_wall $best_cpu"
+# timed <command...>: "wall cpu" in seconds (CPU = user + system) of one run, to the
+# millisecond (the time keyword of bash; /usr/bin/time gives only hundredths).
+timed() {
+  local TIMEFORMAT='%3R %3U %3S'
+  { time "$@" 2> run.err; } 2> run.time
+  "$AWK" '{ printf "%.3f %.3f\n", $1, $2 + $3 }' run.time
 }
+
+# min <a> <b>: the smaller of two numbers, b when a is empty.
+min() { "$AWK" -v a="$1" -v b="$2" 'BEGIN { print (a != "" && a + 0 < b + 0) ? a : b }'; }
 
 run_regcov() { "$REGCOV" < regcov.answers > regcov.log; }
 run_awk() { "$AWK" '{$1=$1; print}' data.txt > awk.out; }
@@ -55,8 +53,19 @@ answers data.txt regcov.out > regcov.answers
 BYTES=$(stat -c %s data.txt)
 export -f run_regcov run_awk
 export REGCOV AWK
-read -r W_REGCOV C_REGCOV < <(best_of bash -c run_regcov)
-read -r W_AWK C_AWK < <(best_of bash -c run_awk)
+((REPEAT >= 3)) || REPEAT=3
+LOAD_START=$(cut -d' ' -f1-3 /proc/loadavg)
+STARTED=$(date '+%Y-%m-%d %H:%M:%S')
+W_REGCOV="" C_REGCOV="" W_AWK="" C_AWK="" ROUNDS=""
+for ((r = 1; r <= REPEAT; r++)); do
+  read -r w c < <(timed bash -c run_regcov)
+  W_REGCOV=$(min "$W_REGCOV" "$w"); C_REGCOV=$(min "$C_REGCOV" "$c")
+  ROUNDS+="round $r: regcov CPU $c s (wall $w s)"
+  read -r w c < <(timed bash -c run_awk)
+  W_AWK=$(min "$W_AWK" "$w"); C_AWK=$(min "$C_AWK" "$c")
+  ROUNDS+=", awk CPU $c s (wall $w s)"$'\n'
+done
+LOAD_END=$(cut -d' ' -f1-3 /proc/loadavg)
 grep -q "# records = $N" regcov.log || { echo "regcov did not report $N records"; cat regcov.log; exit 1; }
 
 # Peak memory for the full file and for a tenth of it.
@@ -72,10 +81,11 @@ RSS_SMALL=$(rss small.txt)
 
 "$AWK" -v n="$N" -v b="$BYTES" -v ob="$(stat -c %s regcov.out)" -v wr="$W_REGCOV" -v cr="$C_REGCOV" \
   -v wa="$W_AWK" -v ca="$C_AWK" -v rb="$RSS_BIG" -v rs="$RSS_SMALL" -v ns="$N_SMALL" -v awkname="$AWK" 'BEGIN {
-  printf "records              %d (input %.1f MB, regcov output %.1f MB), best of %d runs\n", n, b / 1e6, ob / 1e6, '"$REPEAT"';
+  printf "records              %d (input %.1f MB, regcov output %.1f MB), best of %d interleaved rounds\n", n, b / 1e6, ob / 1e6, '"$REPEAT"';
   printf "                     CPU s   records/s (CPU)  MB/s in (CPU)   wall s\n";
   printf "regcov               %5.3f   %14.0f   %13.1f   %6.3f\n", cr, n / cr, b / 1e6 / cr, wr;
   printf "%-20s %5.3f   %14.0f   %13.1f   %6.3f\n", awkname " {$1=$1;print}", ca, n / ca, b / 1e6 / ca, wa;
-  printf "ratio regcov/awk     CPU %.2f, wall %.2f\n", cr / ca, wr / wa;
+  printf "ratio regcov/awk     CPU %.3f, wall %.3f\n", cr / ca, wr / wa;
   printf "max RSS regcov       %d kB for %d records, %d kB for %d records\n", rb, n, rs, ns;
 }'
+printf 'started %s, load average %s at the start of the rounds, %s at the end\n%s' "$STARTED" "$LOAD_START" "$LOAD_END" "$ROUNDS"

@@ -1,12 +1,13 @@
-// Benchmark patterns for the orderings and a fill counter that works in linear memory.
+// Benchmark patterns for the orderings (grids, and the graph of a matrix in row form) and a
+// fill counter that works in linear memory.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
-#include <random>
 #include <utility>
 #include <vector>
 
+#include "mmekit/sparse/ija.hpp"
 #include "mmekit/support/array.hpp"
 
 namespace skelda_bench {
@@ -82,47 +83,15 @@ inline Graph grid3d(std::int32_t m) {
   return from_edges(m * m * m, e);
 }
 
-// Mixed-model equations of an animal model: equations 1..hys for herd-year-season effects, then
-// the animals. A pedigree of `gens` overlapping generations: a tenth of the animals are founders,
-// sires come from a small pool of bulls per generation (artificial insemination), dams from the
-// females of earlier generations; a tenth of the parents are unknown. Animals of the last
-// generations have one record each (herd-year-season and animal). The inverse relationship
-// matrix joins each animal with its parents and the two parents together.
-inline Graph animal_mme(std::int32_t animals, std::int32_t hys, unsigned seed) {
-  std::mt19937_64 rng(seed);
+// The graph of a symmetric matrix in row form (upper triangle, 1-based), such as the MME of
+// the data generator.
+inline Graph from_ija(const mmekit::sparse_ija& m) {
   std::vector<std::pair<std::int32_t, std::int32_t>> e;
-  e.reserve(static_cast<std::size_t>(animals) * 4);
-  const std::int32_t founders = animals / 10;
-  const std::int32_t gens = 8;
-  const std::int32_t per_gen = (animals - founders) / gens;
-  auto pick = [&](std::int32_t lo, std::int32_t hi) {
-    return lo + static_cast<std::int32_t>(rng() % static_cast<std::uint64_t>(hi - lo));
-  };
-  std::int32_t next = founders;
-  for (std::int32_t gen = 0; gen < gens; ++gen) {
-    const std::int32_t begin = next, end = (gen == gens - 1) ? animals : next + per_gen;
-    const std::int32_t pool_lo = std::max(0, begin - 3 * per_gen - founders);
-    // 200 bulls of the earlier generations serve this generation.
-    std::vector<std::int32_t> bulls(200);
-    for (auto& b : bulls) b = pick(pool_lo, begin);
-    for (std::int32_t a = begin; a < end; ++a) {
-      const bool known_s = rng() % 10 != 0, known_d = rng() % 10 != 0;
-      const std::int32_t s = bulls[rng() % bulls.size()];
-      const std::int32_t d = pick(pool_lo, begin);
-      const std::int32_t va = hys + a, vs = hys + s, vd = hys + d;
-      if (known_s) e.push_back({va, vs});
-      if (known_d) e.push_back({va, vd});
-      if (known_s && known_d) e.push_back({vs, vd});
-      // Records for the animals of the last five generations, herds clustered by animal number.
-      if (gen >= gens - 5) {
-        const std::int32_t herd = static_cast<std::int32_t>((static_cast<std::int64_t>(a) * hys) / animals);
-        const std::int32_t h = std::min(hys - 1, std::max(0, herd + static_cast<std::int32_t>(rng() % 5) - 2));
-        e.push_back({h, va});
-      }
-    }
-    next = end;
-  }
-  return from_edges(hys + animals, e);
+  e.reserve(static_cast<std::size_t>(m.nel));
+  for (std::int32_t i = 1; i <= m.n; ++i)
+    for (std::int32_t k = m.ia(i); k < m.ia(i + 1); ++k)
+      if (m.ja(k) != i) e.push_back({i - 1, m.ja(k) - 1});
+  return from_edges(m.n, e);
 }
 
 // Entries of L (diagonal included) for the pivot order perm (perm(k) = original node of pivot

@@ -1,23 +1,34 @@
 // Fill (entries of L) and ordering time of every ordering of the supernodal solver, with
-// SuiteSparse AMD and METIS called directly as peers in the same run.
+// SuiteSparse AMD and METIS called directly as peers, all in one interleaved run per pattern:
+// round by round every method orders the same graph once (common/interleave.hpp), and the
+// best time of each is kept. The fill is counted outside the timed region from the
+// permutation each method returned, by the same counter for every method.
 //
-// Patterns: the mixed-model equations of an animal model (~300,000 equations), a 500 x 500
-// 2-D grid and a 60 x 60 x 60 3-D grid. Each benchmark reports the time of one ordering and
-// the counter nnzL (computed outside the timed region from the permutation it produced).
+// Patterns: the mixed-model equations of the shared data generator (animal model with
+// herd-years, parities, an age covariate, animals and permanent environment) at about 50,000
+// and 300,000 equations; a 500 x 500 2-D grid and a 60 x 60 x 60 3-D grid.
+//
+// Rounds: MMEKIT_BENCH_ROUNDS (at least and by default 3). A method whose first round takes
+// longer than MMEKIT_BENCH_SLOW_SECONDS (default 180) is run once. MMEKIT_BENCH_METHODS
+// chooses the methods (see methods()).
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "common/interleave.hpp"
+#include "generator/generator.hpp"
 #include "mmekit/skelda/amd.hpp"
 #include "mmekit/skelda/ordering.hpp"
 #include "mmekit/skelda/skelda.hpp"
-#include "skelda/bench_patterns.hpp"
+#include "mmekit/sparse/ija.hpp"
 #include "mmekit/support/output.hpp"
+#include "skelda/bench_patterns.hpp"
 
 #ifdef SKELDA_BENCH_HAVE_AMD
 #include <amd.h>
@@ -30,24 +41,43 @@ using skelda_bench::Graph;
 
 namespace {
 
+// Records of the generator for about 50,000 and 300,000 equations (seed 2024).
+constexpr std::int64_t kRecordsSmall = 64000;
+constexpr std::int64_t kRecordsLarge = 385000;
+
+Graph generated_mme(std::int64_t records) {
+  mmekit::benchgen::Config cfg;
+  cfg.seed = 2024;
+  cfg.records = records;
+  const mmekit::benchgen::Dataset data = mmekit::benchgen::generate(cfg);
+  mmekit::sparse_hashm h;
+  mmekit::Array1<double> rhs;
+  mmekit::sparse_ija ija;
+  {
+    mmekit::CaptureOutput quiet;  // the growth lines of the hash matrix
+    mmekit::benchgen::build_mme(data, {}, h, rhs);
+    mmekit::CONVERT_HASH_IJA(ija, h);
+  }
+  return skelda_bench::from_ija(ija);
+}
+
 const Graph& pattern(const std::string& name) {
   static std::map<std::string, std::unique_ptr<Graph>> cache;
   auto it = cache.find(name);
   if (it != cache.end()) return *it->second;
   std::unique_ptr<Graph> g;
-  if (name == "mme") g = std::make_unique<Graph>(skelda_bench::animal_mme(298000, 2000, 12345u));
+  if (name == "mme50k") g = std::make_unique<Graph>(generated_mme(kRecordsSmall));
+  else if (name == "mme300k") g = std::make_unique<Graph>(generated_mme(kRecordsLarge));
   else if (name == "grid2d") g = std::make_unique<Graph>(skelda_bench::grid2d(500));
   else g = std::make_unique<Graph>(skelda_bench::grid3d(60));
   return *cache.emplace(name, std::move(g)).first->second;
 }
 
-using Orderer = std::function<void(const Graph&, std::vector<std::int32_t>&)>;
+using Perm = std::vector<std::int32_t>;
 
-void to_vector(const mmekit::Array1<std::int32_t>& perm, std::vector<std::int32_t>& out) {
-  out.assign(perm.begin(), perm.end());
-}
+void to_vector(const mmekit::Array1<std::int32_t>& perm, Perm& out) { out.assign(perm.begin(), perm.end()); }
 
-void ours(const Graph& g, std::vector<std::int32_t>& out, int method) {
+void ours(const Graph& g, Perm& out, int method) {
   mmekit::Array1<std::int32_t> perm, iperm;
   switch (method) {
     case 1: mmekit::skelda_amd(g.n, g.xadj, g.adj, perm, iperm); break;
@@ -60,7 +90,7 @@ void ours(const Graph& g, std::vector<std::int32_t>& out, int method) {
 }
 
 // The whole ordering step of the solver (graph from ia/ja, method, postorder).
-void ours_step(const Graph& g, std::vector<std::int32_t>& out, int method) {
+void ours_step(const Graph& g, Perm& out, int method) {
   mmekit::skelda_init();
   std::int32_t st = 0;
   mmekit::skelda_order(g.n, g.ia, g.ja, method, st, nullptr, nullptr, 0);
@@ -68,7 +98,7 @@ void ours_step(const Graph& g, std::vector<std::int32_t>& out, int method) {
 }
 
 #ifdef SKELDA_BENCH_HAVE_AMD
-void suitesparse_amd(const Graph& g, std::vector<std::int32_t>& out) {
+void suitesparse_amd(const Graph& g, Perm& out) {
   std::vector<std::int32_t> ap(g.n + 1), ai(std::max<std::int64_t>(g.xadj(g.n + 1) - 1, 1));
   for (std::int32_t i = 0; i <= g.n; ++i) ap[i] = g.xadj(i + 1) - 1;
   for (std::int64_t k = 0; k + 1 < g.xadj(g.n + 1); ++k) ai[k] = g.adj(k + 1) - 1;
@@ -82,7 +112,7 @@ void suitesparse_amd(const Graph& g, std::vector<std::int32_t>& out) {
 #endif
 
 #ifdef MMEKIT_BENCH_HAVE_METIS
-void metis_direct(const Graph& g, std::vector<std::int32_t>& out) {
+void metis_direct(const Graph& g, Perm& out) {
   std::vector<idx_t> x(g.n + 1), a(std::max<std::int64_t>(g.xadj(g.n + 1) - 1, 1));
   for (std::int32_t i = 0; i <= g.n; ++i) x[i] = g.xadj(i + 1) - 1;
   for (std::int64_t k = 0; k + 1 < g.xadj(g.n + 1); ++k) a[k] = g.adj(k + 1) - 1;
@@ -95,50 +125,128 @@ void metis_direct(const Graph& g, std::vector<std::int32_t>& out) {
 }
 #endif
 
-void run(benchmark::State& state, const std::string& name, const Orderer& orderer) {
-  const Graph& g = pattern(name);
-  std::vector<std::int32_t> perm;
-  for (auto _ : state) {
-    orderer(g, perm);
-    benchmark::DoNotOptimize(perm.data());
+struct Method {
+  std::string name;
+  std::function<void(const Graph&, Perm&)> order;
+  std::string peer;  // the method it is compared with ("" for none)
+};
+
+// Peers first, each of our methods after the peer it is compared with.
+std::vector<Method> methods() {
+  std::vector<Method> m;
+#ifdef SKELDA_BENCH_HAVE_AMD
+  const std::string amd_peer = "SuiteSparse AMD";
+  m.push_back({amd_peer, suitesparse_amd, ""});
+#else
+  const std::string amd_peer = "";
+#endif
+  m.push_back({"skelda AMD", [](const Graph& g, Perm& o) { ours(g, o, 1); }, amd_peer});
+#ifdef MMEKIT_BENCH_HAVE_METIS
+  const std::string metis_peer = "METIS_NodeND";
+  m.push_back({metis_peer, metis_direct, ""});
+#else
+  const std::string metis_peer = "";
+#endif
+  if (mmekit::skelda_have_metis()) m.push_back({"skelda METIS", [](const Graph& g, Perm& o) { ours(g, o, 0); }, metis_peer});
+  m.push_back({"skelda QAMD", [](const Graph& g, Perm& o) { ours(g, o, 2); }, amd_peer});
+  m.push_back({"skelda AMF", [](const Graph& g, Perm& o) { ours(g, o, 3); }, amd_peer});
+  m.push_back({"skelda MMD", [](const Graph& g, Perm& o) { ours(g, o, 4); }, amd_peer});
+  m.push_back({"skelda step AMD", [](const Graph& g, Perm& o) { ours_step(g, o, 1); }, amd_peer});
+  if (mmekit::skelda_have_metis())
+    m.push_back({"skelda step METIS", [](const Graph& g, Perm& o) { ours_step(g, o, 0); }, metis_peer});
+  // MMEKIT_BENCH_METHODS: a comma-separated list of the methods to run (all by default); a
+  // method's peer is run with it.
+  if (const char* e = std::getenv("MMEKIT_BENCH_METHODS")) {
+    const std::string list = "," + std::string(e) + ",";
+    auto wanted = [&](const std::string& name) { return list.find("," + name + ",") != std::string::npos; };
+    std::vector<Method> kept;
+    for (const Method& x : m) {
+      bool keep = wanted(x.name);
+      for (const Method& y : m) keep = keep || (y.peer == x.name && wanted(y.name));
+      if (keep) kept.push_back(x);
+    }
+    m = kept;
   }
+  return m;
+}
+
+double slow_seconds() {
+  if (const char* e = std::getenv("MMEKIT_BENCH_SLOW_SECONDS")) return std::atof(e);
+  return 180.0;
+}
+
+void Orderings(benchmark::State& state, const std::string& name) {
+  const Graph& g = pattern(name);
+  // Rows of the full symmetric matrix (diagonal included) with more than 1,000 entries.
+  std::int64_t dense_rows = 0, longest = 0;
+  for (std::int32_t i = 1; i <= g.n; ++i) {
+    const std::int64_t len = g.xadj(i + 1) - g.xadj(i) + 1;
+    dense_rows += len > 1000;
+    longest = std::max(longest, len);
+  }
+  const std::vector<Method> ms = methods();
+  std::vector<Perm> perms(ms.size());
+  std::vector<mmekit::benchcmp::Side> sides;
+  for (std::size_t k = 0; k < ms.size(); ++k)
+    sides.push_back({ms[k].name, [&g, &ms, &perms, k] { ms[k].order(g, perms[k]); }});
+  char title[256];
+  std::snprintf(title, sizeof title,
+                "orderings of %s: %d equations, %lld stored entries (upper triangle), %lld rows above 1,000 "
+                "entries, longest row %lld",
+                name.c_str(), g.n, static_cast<long long>(g.ia(g.n + 1) - 1), static_cast<long long>(dense_rows),
+                static_cast<long long>(longest));
+  mmekit::benchcmp::Comparison c;
+  for (auto _ : state) {
+    c = mmekit::benchcmp::interleave(title, sides, mmekit::benchcmp::rounds(), slow_seconds());
+    state.SetIterationTime(c.times[0].best_wall());
+  }
+  std::vector<std::pair<int, int>> ratios;
+  std::map<std::string, int> index;
+  for (std::size_t k = 0; k < ms.size(); ++k) index[ms[k].name] = static_cast<int>(k);
+  for (std::size_t k = 0; k < ms.size(); ++k)
+    if (!ms[k].peer.empty()) ratios.push_back({static_cast<int>(k), index[ms[k].peer]});
+  mmekit::benchcmp::print(c, ratios);
+
+  std::vector<std::int64_t> fill(ms.size());
+  for (std::size_t k = 0; k < ms.size(); ++k) fill[k] = skelda_bench::fill(g, perms[k]);
+  std::printf("   %-18s %14s %12s %12s %10s\n", "method", "nnz(L)", "best CPU s", "best wall s", "ratio CPU");
+  for (std::size_t k = 0; k < ms.size(); ++k) {
+    std::printf("   %-18s %14lld %12.4g %12.4g", ms[k].name.c_str(), static_cast<long long>(fill[k]),
+                c.times[k].best_cpu(), c.times[k].best_wall());
+    if (!ms[k].peer.empty()) {
+      const int p = index[ms[k].peer];
+      std::printf(" %10.3f   fill %+.4f %% against %s", c.ratio_cpu(static_cast<int>(k), p),
+                  100.0 * (static_cast<double>(fill[k]) / static_cast<double>(fill[static_cast<std::size_t>(p)]) - 1.0),
+                  ms[k].peer.c_str());
+    }
+    std::printf("\n");
+  }
+  std::fflush(stdout);
   state.counters["n"] = g.n;
-  state.counters["nnzA"] = static_cast<double>(g.ia(g.n + 1) - 1);
-  state.counters["nnzL"] = static_cast<double>(skelda_bench::fill(g, perm));
+  state.counters["rows_above_1000"] = static_cast<double>(dense_rows);
+  if (ms.size() > 1 && !ms[1].peer.empty()) {
+    mmekit::benchcmp::report(state, c, 1, index[ms[1].peer]);
+    state.counters["fill_ratio"] = static_cast<double>(fill[1]) / static_cast<double>(fill[static_cast<std::size_t>(index[ms[1].peer])]);
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<std::pair<std::string, Orderer>> methods = {
-      {"skelda_AMD", [](const Graph& g, auto& o) { ours(g, o, 1); }},
-      {"skelda_QAMD", [](const Graph& g, auto& o) { ours(g, o, 2); }},
-      {"skelda_AMF", [](const Graph& g, auto& o) { ours(g, o, 3); }},
-      {"skelda_MMD", [](const Graph& g, auto& o) { ours(g, o, 4); }},
-      {"skelda_step_AMD", [](const Graph& g, auto& o) { ours_step(g, o, 1); }},
-  };
-  if (mmekit::skelda_have_metis()) {
-    methods.push_back({"skelda_METIS", [](const Graph& g, auto& o) { ours(g, o, 0); }});
-    methods.push_back({"skelda_step_METIS", [](const Graph& g, auto& o) { ours_step(g, o, 0); }});
+  for (const char* pat : {"mme50k", "grid2d", "grid3d", "mme300k"}) {
+    const std::string p = pat;
+    benchmark::RegisterBenchmark(("Orderings/" + p).c_str(), [p](benchmark::State& s) { Orderings(s, p); })
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(1)
+        ->UseManualTime();
   }
-#ifdef SKELDA_BENCH_HAVE_AMD
-  methods.push_back({"peer_SuiteSparse_AMD", suitesparse_amd});
-#endif
-#ifdef MMEKIT_BENCH_HAVE_METIS
-  methods.push_back({"peer_METIS_NodeND", metis_direct});
-#endif
-  for (const char* pat : {"mme", "grid2d", "grid3d"})
-    for (auto& [mname, fn] : methods) {
-      std::string p = pat;
-      Orderer f = fn;
-      benchmark::RegisterBenchmark((p + "/" + mname).c_str(),
-                                   [p, f](benchmark::State& s) { run(s, p, f); })
-          ->Unit(benchmark::kMillisecond)
-          ->Iterations(3)
-          ->UseRealTime();
-    }
+  std::printf("run started %s, load average %s\n", mmekit::benchcmp::now_text().c_str(),
+              mmekit::benchcmp::loadavg().c_str());
   benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
+  std::printf("run ended %s, load average %s\n", mmekit::benchcmp::now_text().c_str(),
+              mmekit::benchcmp::loadavg().c_str());
   return 0;
 }

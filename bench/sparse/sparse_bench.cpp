@@ -1,17 +1,21 @@
 // Accumulation of the MME of an animal model into the hash matrix against std::unordered_map,
 // and a Gauss-Seidel round against a plain CSR matrix-vector product over the same elements.
+// Each comparison runs its sides interleaved, round by round, in one benchmark and keeps the
+// best time of each (common/interleave.hpp); the ratios are printed with the load average.
 //
 // The data set is simulated once per run (records from MMEKIT_BENCH_RECORDS, default
-// 2,000,000; seed 2024). Counters: adds/s (elements added per second of the accumulation),
-// elements/s (stored elements per second of the round or product).
+// 2,000,000; seed 2024). Rounds: MMEKIT_BENCH_ROUNDS (at least and by default 3).
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "common/interleave.hpp"
 #include "generator/generator.hpp"
 #include "mmekit/sparse/hashm.hpp"
 #include "mmekit/sparse/ija.hpp"
@@ -74,139 +78,152 @@ System& sorted_system() {
   return *s;
 }
 
-void BM_HashAccumulate(benchmark::State& state) {
-  const Data& d = data();
-  std::int64_t nel = 0, size = 0;
-  for (auto _ : state) {
-    sparse_hashm h;
-    CaptureOutput quiet;  // the growth lines
-    init_sparse_hashm(h, d.layout.n);
-    benchgen::for_each_mme_add(d.set, {}, [&](std::int32_t i, std::int32_t j, double v) { addm_sparse_hashm(v, i, j, h); });
-    nel = h.nel;
-    size = h.hash_size;
-    benchmark::DoNotOptimize(h.x.data());
-  }
-  state.counters["adds/s"] = benchmark::Counter(static_cast<double>(d.adds), benchmark::Counter::kIsIterationInvariantRate);
-  state.counters["adds"] = static_cast<double>(d.adds);
-  state.counters["elements"] = static_cast<double>(nel);
-  state.counters["slots"] = static_cast<double>(size);
-}
-
-// The same with the table sized for the final count from the start (a program that knows the
-// size of its equations passes it to init_sparse_hashm): no growth.
-void BM_HashAccumulateSized(benchmark::State& state) {
-  const Data& d = data();
-  const std::int64_t slots = sorted_system().h.hash_size;
-  for (auto _ : state) {
-    sparse_hashm h;
-    init_sparse_hashm(h, d.layout.n, slots);
-    benchgen::for_each_mme_add(d.set, {}, [&](std::int32_t i, std::int32_t j, double v) { addm_sparse_hashm(v, i, j, h); });
-    benchmark::DoNotOptimize(h.x.data());
-  }
-  state.counters["adds/s"] = benchmark::Counter(static_cast<double>(d.adds), benchmark::Counter::kIsIterationInvariantRate);
-  state.counters["slots"] = static_cast<double>(slots);
-}
-
 struct KeyHash {
   std::size_t operator()(std::uint64_t k) const noexcept { return std::hash<std::uint64_t>{}(k); }
 };
+using Map = std::unordered_map<std::uint64_t, double, KeyHash>;
 
-void BM_UnorderedMapAccumulate(benchmark::State& state) {
+// The same stream of adds, in the same order, into four structures, interleaved:
+//   0 sparse_hashm as a program uses it: the default size, growing by doubling;
+//   1 sparse_hashm sized for the final count from the start (no growth);
+//   2 std::unordered_map keyed by the pair packed into 64 bits;
+//   3 the same with reserve() for the final count.
+// The structure is released before the next side runs, outside the timed region.
+void BM_Accumulate(benchmark::State& state) {
   const Data& d = data();
-  const bool reserve = state.range(0) != 0;
-  std::int64_t nel = 0;
-  for (auto _ : state) {
-    std::unordered_map<std::uint64_t, double, KeyHash> m;
-    if (reserve) m.reserve(static_cast<std::size_t>(sorted_system().h.nel));
+  const std::int64_t slots = sorted_system().h.hash_size;
+  const std::int64_t elements = sorted_system().h.nel;
+  std::unique_ptr<sparse_hashm> h;
+  std::unique_ptr<Map> m;
+  std::int64_t grown_slots = 0, grown_elements = 0, map_elements = 0;
+  auto release = [&] {
+    h.reset();
+    m.reset();
+  };
+  auto hash = [&](bool sized) {
+    h = std::make_unique<sparse_hashm>();
+    CaptureOutput quiet;  // the growth lines
+    if (sized) init_sparse_hashm(*h, d.layout.n, slots);
+    else init_sparse_hashm(*h, d.layout.n);
+    benchgen::for_each_mme_add(d.set, {}, [&](std::int32_t i, std::int32_t j, double v) { addm_sparse_hashm(v, i, j, *h); });
+    benchmark::DoNotOptimize(h->x.data());
+    if (!sized) {
+      grown_slots = h->hash_size;
+      grown_elements = h->nel;
+    }
+  };
+  auto map = [&](bool reserve) {
+    m = std::make_unique<Map>();
+    if (reserve) m->reserve(static_cast<std::size_t>(elements));
     benchgen::for_each_mme_add(d.set, {}, [&](std::int32_t i, std::int32_t j, double v) {
-      m[(static_cast<std::uint64_t>(static_cast<std::uint32_t>(i)) << 32) | static_cast<std::uint32_t>(j)] += v;
+      (*m)[(static_cast<std::uint64_t>(static_cast<std::uint32_t>(i)) << 32) | static_cast<std::uint32_t>(j)] += v;
     });
-    nel = static_cast<std::int64_t>(m.size());
-    benchmark::DoNotOptimize(m.size());
+    map_elements = static_cast<std::int64_t>(m->size());
+    benchmark::DoNotOptimize(m->size());
+  };
+  benchcmp::Comparison c;
+  for (auto _ : state) {
+    c = benchcmp::interleave("MME accumulation: " + std::to_string(d.set.records.size()) + " records, " +
+                                 std::to_string(d.adds) + " adds, " + std::to_string(elements) + " distinct elements",
+                             {{"sparse_hashm growing", [&] { hash(false); }, release},
+                              {"sparse_hashm sized", [&] { hash(true); }, release},
+                              {"unordered_map", [&] { map(false); }, release},
+                              {"unordered_map reserved", [&] { map(true); }, release}},
+                             benchcmp::rounds());
+    release();
+    state.SetIterationTime(c.times[0].best_wall());
   }
-  state.counters["adds/s"] = benchmark::Counter(static_cast<double>(d.adds), benchmark::Counter::kIsIterationInvariantRate);
-  state.counters["elements"] = static_cast<double>(nel);
+  std::printf("   growing table: %lld slots at the end, %lld elements; unordered_map: %lld elements\n",
+              static_cast<long long>(grown_slots), static_cast<long long>(grown_elements),
+              static_cast<long long>(map_elements));
+  benchcmp::print(c, {{0, 2}, {1, 2}, {0, 3}, {1, 3}, {3, 2}});
+  benchcmp::report(state, c, 0, 2);
+  state.counters["ratio_sized_cpu"] = c.ratio_cpu(1, 2);
+  state.counters["adds"] = static_cast<double>(d.adds);
+  state.counters["elements"] = static_cast<double>(grown_elements);
 }
 
-// Rounds of Gauss-Seidel on the sorted hash matrix; the time is per round (the row pointers and
-// the diagonal are built once per call, so one call of `rounds` rounds is timed).
-void BM_GaussSeidelRoundHash(benchmark::State& state) {
+// Gauss-Seidel on the sorted hash matrix against the CSR products over the same stored
+// elements, interleaved. Times are per round or per product:
+//   0 a call of 10 rounds of SOLVE_SPARSE_HASHM (row pointers, diagonal and work vector are
+//     set up once per call), divided by 10;
+//   1 a call of one round, its set-up included;
+//   2 y = A x from the upper triangle in CSR form, each stored element used for both triangles
+//     (the access pattern of the sweep: a gather from x and a scatter into y per element),
+//     10 products per run;
+//   3 the plain one-triangle CSR product, 10 products per run.
+void BM_GaussSeidelRound(benchmark::State& state) {
   System& s = sorted_system();
-  const std::int32_t rounds = static_cast<std::int32_t>(state.range(0));
-  reset_sparse_parameters();
-  sparse_param.solve_rounds = rounds;
-  sparse_param.solve_conv = 0.0f;
-  sparse_param.solve_verbose = 0;
+  const std::int64_t n = s.h.n;
   Array1<double> sol(s.h.n, 0.0);
-  for (auto _ : state) {
+  std::vector<double> x(static_cast<std::size_t>(n)), y(static_cast<std::size_t>(n));
+  for (std::int64_t i = 0; i < n; ++i) x[static_cast<std::size_t>(i)] = 1.0 + 1e-6 * static_cast<double>(i % 1000);
+  constexpr int products = 10;
+  auto gauss_seidel = [&](std::int32_t rounds) {
+    reset_sparse_parameters();
+    sparse_param.solve_rounds = rounds;
+    sparse_param.solve_conv = 0.0f;
+    sparse_param.solve_verbose = 0;
     CaptureOutput quiet;  // the round lines
     SOLVE_SPARSE_HASHM(s.h, s.rhs, sol);
     benchmark::DoNotOptimize(sol.data());
-  }
-  reset_sparse_parameters();
-  state.counters["rounds/call"] = rounds;
-  state.counters["elements/s"] =
-      benchmark::Counter(static_cast<double>(s.h.nel) * rounds, benchmark::Counter::kIsIterationInvariantRate);
-  state.counters["elements"] = static_cast<double>(s.h.nel);
-}
-
-// One product y = A x of the symmetric matrix from its upper triangle in CSR form: each stored
-// element is used for both triangles, as in the Gauss-Seidel sweep.
-void BM_CsrSymmetricProduct(benchmark::State& state) {
-  System& s = sorted_system();
-  const std::int64_t n = s.h.n;
-  std::vector<double> x(static_cast<std::size_t>(n), 1.0), y(static_cast<std::size_t>(n));
-  for (std::int64_t i = 0; i < n; ++i) x[static_cast<std::size_t>(i)] = 1.0 + 1e-6 * static_cast<double>(i % 1000);
-  for (auto _ : state) {
-    std::fill(y.begin(), y.end(), 0.0);
+    reset_sparse_parameters();
+  };
+  auto symmetric = [&] {
     const std::int64_t* ia = s.ia.data();
     const std::int32_t* ja = s.ja.data();
     const double* a = s.a.data();
     double* yy = y.data();
     const double* xx = x.data();
-    for (std::int64_t i = 0; i < n; ++i) {
-      double sum = 0.0;
-      const double xi = xx[i];
-      for (std::int64_t k = ia[i]; k < ia[i + 1]; ++k) {
-        const std::int32_t j = ja[k];
-        sum += a[k] * xx[j];
-        if (j != i) yy[j] += a[k] * xi;
+    for (int p = 0; p < products; ++p) {
+      std::fill(y.begin(), y.end(), 0.0);
+      for (std::int64_t i = 0; i < n; ++i) {
+        double sum = 0.0;
+        const double xi = xx[i];
+        for (std::int64_t k = ia[i]; k < ia[i + 1]; ++k) {
+          const std::int32_t j = ja[k];
+          sum += a[k] * xx[j];
+          if (j != i) yy[j] += a[k] * xi;
+        }
+        yy[i] += sum;
       }
-      yy[i] += sum;
+      benchmark::DoNotOptimize(y.data());
+      benchmark::ClobberMemory();
     }
-    benchmark::DoNotOptimize(y.data());
-  }
-  state.counters["elements/s"] =
-      benchmark::Counter(static_cast<double>(s.ia.back()), benchmark::Counter::kIsIterationInvariantRate);
-}
-
-// The plain (one-triangle) CSR product over the same stored elements.
-void BM_CsrProduct(benchmark::State& state) {
-  System& s = sorted_system();
-  const std::int64_t n = s.h.n;
-  std::vector<double> x(static_cast<std::size_t>(n), 1.0), y(static_cast<std::size_t>(n));
-  for (auto _ : state) {
+  };
+  auto one_triangle = [&] {
     const std::int64_t* ia = s.ia.data();
     const std::int32_t* ja = s.ja.data();
     const double* a = s.a.data();
-    for (std::int64_t i = 0; i < n; ++i) {
-      double sum = 0.0;
-      for (std::int64_t k = ia[i]; k < ia[i + 1]; ++k) sum += a[k] * x[static_cast<std::size_t>(ja[k])];
-      y[static_cast<std::size_t>(i)] = sum;
+    for (int p = 0; p < products; ++p) {
+      for (std::int64_t i = 0; i < n; ++i) {
+        double sum = 0.0;
+        for (std::int64_t k = ia[i]; k < ia[i + 1]; ++k) sum += a[k] * x[static_cast<std::size_t>(ja[k])];
+        y[static_cast<std::size_t>(i)] = sum;
+      }
+      benchmark::DoNotOptimize(y.data());
+      benchmark::ClobberMemory();
     }
-    benchmark::DoNotOptimize(y.data());
+  };
+  benchcmp::Comparison c;
+  for (auto _ : state) {
+    c = benchcmp::interleave("Gauss-Seidel round: " + std::to_string(n) + " equations, " + std::to_string(s.h.nel) +
+                                 " stored elements",
+                             {{"GS 10-round call", [&] { gauss_seidel(10); }, {}, 10},
+                              {"GS 1-round call", [&] { gauss_seidel(1); }},
+                              {"CSR symmetric product", symmetric, {}, products},
+                              {"CSR one-triangle product", one_triangle, {}, products}},
+                             std::max(benchcmp::rounds(), 5));
+    state.SetIterationTime(c.times[0].best_wall());
   }
-  state.counters["elements/s"] =
-      benchmark::Counter(static_cast<double>(s.ia.back()), benchmark::Counter::kIsIterationInvariantRate);
+  benchcmp::print(c, {{0, 2}, {1, 2}, {3, 2}, {0, 3}});
+  benchcmp::report(state, c, 0, 2);
+  state.counters["elements"] = static_cast<double>(s.h.nel);
 }
 
 }  // namespace
 
-BENCHMARK(BM_HashAccumulate)->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(BM_HashAccumulateSized)->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(BM_UnorderedMapAccumulate)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(BM_GaussSeidelRoundHash)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(BM_CsrSymmetricProduct)->Unit(benchmark::kMillisecond)->Iterations(10);
-BENCHMARK(BM_CsrProduct)->Unit(benchmark::kMillisecond)->Iterations(10);
+BENCHMARK(BM_Accumulate)->Unit(benchmark::kMillisecond)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_GaussSeidelRound)->Unit(benchmark::kMillisecond)->Iterations(1)->UseManualTime();
 
-BENCHMARK_MAIN();
+MMEKIT_BENCH_MAIN()

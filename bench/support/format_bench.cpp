@@ -1,11 +1,16 @@
-// Throughput of the format interpreter against snprintf in the same run.
+// Throughput of the format interpreter against snprintf: each comparison runs both sides
+// interleaved, round by round, in one benchmark (common/interleave.hpp) and prints the best
+// time per value of each and their ratio with the load average. The other cases (no peer) are
+// plain benchmarks.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "common/interleave.hpp"
 #include "mmekit/support/format.hpp"
 #include "mmekit/support/free_format.hpp"
 
@@ -21,53 +26,55 @@ std::vector<double> values(std::size_t n) {
 
 const std::vector<double> data = values(1000);
 
-void BM_format_f0_5(benchmark::State& state) {
-  mmekit::Format f("(100(1x,f0.5))");
-  for (auto _ : state) {
-    std::string s = f.write(mmekit::FormatList(data));
-    benchmark::DoNotOptimize(s.data());
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(data.size()));
-}
-BENCHMARK(BM_format_f0_5);
+// Writes of the 1000 values per run of a side; a run takes some 0.1 to 0.5 s.
+constexpr int kWrites = 2000;
 
-void BM_snprintf_f5(benchmark::State& state) {
-  for (auto _ : state) {
-    std::string s;
-    char buf[64];
-    for (double x : data) {
-      int n = std::snprintf(buf, sizeof buf, " %.5f", x);
-      s.append(buf, static_cast<std::size_t>(n));
+// The 1000 values written `kWrites` times by a parsed Format and by snprintf with the same
+// edit, interleaved for `rounds` rounds (at least 5: one run is short).
+void compare_with_snprintf(benchmark::State& state, const char* format, const char* printf_format) {
+  mmekit::Format f(format);
+  std::size_t bytes_ours = 0, bytes_peer = 0;
+  auto ours = [&] {
+    for (int w = 0; w < kWrites; ++w) {
+      std::string s = f.write(mmekit::FormatList(data));
+      bytes_ours = s.size();
+      benchmark::DoNotOptimize(s.data());
     }
-    benchmark::DoNotOptimize(s.data());
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(data.size()));
-}
-BENCHMARK(BM_snprintf_f5);
-
-void BM_format_g12_5(benchmark::State& state) {
-  mmekit::Format f("(20g12.5)");
-  for (auto _ : state) {
-    std::string s = f.write(mmekit::FormatList(data));
-    benchmark::DoNotOptimize(s.data());
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(data.size()));
-}
-BENCHMARK(BM_format_g12_5);
-
-void BM_snprintf_g12_5(benchmark::State& state) {
-  for (auto _ : state) {
-    std::string s;
-    char buf[64];
-    for (double x : data) {
-      int n = std::snprintf(buf, sizeof buf, "%12.5g", x);
-      s.append(buf, static_cast<std::size_t>(n));
+  };
+  auto peer = [&] {
+    for (int w = 0; w < kWrites; ++w) {
+      std::string s;
+      char buf[64];
+      for (double x : data) {
+        int n = std::snprintf(buf, sizeof buf, printf_format, x);
+        s.append(buf, static_cast<std::size_t>(n));
+      }
+      bytes_peer = s.size();
+      benchmark::DoNotOptimize(s.data());
     }
-    benchmark::DoNotOptimize(s.data());
+  };
+  const double values = static_cast<double>(kWrites) * static_cast<double>(data.size());
+  mmekit::benchcmp::Comparison c;
+  for (auto _ : state) {
+    c = mmekit::benchcmp::interleave(std::string("Format(\"") + format + "\") against snprintf(\"" + printf_format +
+                                         "\"), " + std::to_string(data.size()) + " values written " +
+                                         std::to_string(kWrites) + " times a run",
+                                     {{"Format", ours, {}, values}, {"snprintf", peer, {}, values}},
+                                     std::max(mmekit::benchcmp::rounds(), 5));
+    state.SetIterationTime(c.times[0].best_wall());
   }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(data.size()));
+  std::printf("   bytes written per 1000 values: Format %zu, snprintf %zu\n", bytes_ours, bytes_peer);
+  mmekit::benchcmp::print(c, {{0, 1}});
+  mmekit::benchcmp::report(state, c, 0, 1);
+  state.counters["ours_ns_per_value"] = 1e9 * c.unit_cpu(0);
+  state.counters["peer_ns_per_value"] = 1e9 * c.unit_cpu(1);
 }
-BENCHMARK(BM_snprintf_g12_5);
+
+void BM_format_f0_5_vs_snprintf(benchmark::State& state) { compare_with_snprintf(state, "(100(1x,f0.5))", " %.5f"); }
+BENCHMARK(BM_format_f0_5_vs_snprintf)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void BM_format_g12_5_vs_snprintf(benchmark::State& state) { compare_with_snprintf(state, "(20g12.5)", "%12.5g"); }
+BENCHMARK(BM_format_g12_5_vs_snprintf)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 // One value per write, parsing the format text each time (fformat), as a caller that does not
 // keep a Format does.
@@ -112,4 +119,4 @@ BENCHMARK(BM_read_fixed_float);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+MMEKIT_BENCH_MAIN()
