@@ -59,81 +59,16 @@ Texts printout(const std::string& title, bool stops = false) {
 // Two traits, five effects: a cross-classified effect, a covariable nested in it, the animal
 // and maternal effects as one correlated group with a pedigree file, and a diagonal effect.
 const std::string full_model =
-    "# two-trait test model\n"
-    "DATAFILE\ndata.txt\n"
-    "NUMBER_OF_TRAITS\n2\n"
-    "NUMBER_OF_EFFECTS\n5\n"
-    "OBSERVATION(S)\n6 7\n"
-    "WEIGHT(S)\n\n"
-    "EFFECTS:   # positions, levels, type\n"
-    "1 1 4 cross\n"
-    "2 2 4 cov 1 1\n"
-    "   3 3 12 cross   # animal\n"
-    "3 0 12 cross      # maternal, first trait only\n"
-    "4 4 9 cross\n"
-    "RANDOM_RESIDUAL\n40 10\n10 30\n"
+    "# two-trait test model\nDATAFILE\ndata.txt\nNUMBER_OF_TRAITS\n2\nNUMBER_OF_EFFECTS\n5\n"
+    "OBSERVATION(S)\n6 7\nWEIGHT(S)\n\nEFFECTS:   # positions, levels, type\n"
+    "1 1 4 cross\n2 2 4 cov 1 1\n   3 3 12 cross   # animal\n3 0 12 cross      # maternal, first trait only\n"
+    "4 4 9 cross\nRANDOM_RESIDUAL\n40 10\n10 30\n"
     "RANDOM_GROUP\n3 4\nRANDOM_TYPE\nadd_animal\nFILE\nped.txt\n"
     "(CO)VARIANCES\n20 5 -3 1\n5 15 2 -1\n-3 2 8 1\n1 -1 1 6\n"
-    "RANDOM_GROUP\n5\nRANDOM_TYPE\ndiagonal\nFILE\n\n"
-    "(CO)VARIANCES\n4,1 1\n3 this rest is skipped\n"
-    "OPTION alpha_beta 0.95 0.05\n"
-    "OPTION solv_method FSPAK\n"
-    "OPTION tunedG 2\n"
-    "OPTION tunedG 4\n"
-    "OPTION\n"
-    "   OPTION indented 1 2\n"
-    "OPTION Case 1\n"
-    "OPTION many 1 2 3 4 5\n"
-    "OPTION empty\n"
-    "OPTION text abc 1.5e2 x7\n"
-    "OPTION hash 1 # 2\n"
-    "OPTIONS misspelt 3\n";
-
-// The printout of full_model under the title "TEST MODEL", line by line, from the layout.
-const Texts full_model_printout = {
-    "      TEST MODEL",
-    "",
-    " Parameter file:             params.txt",
-    " Data file:                  data.txt",
-    " Number of Traits             2",
-    " Number of Effects            5",
-    " Position of Observations      6  7",
-    " Position of Weight (1)        0",
-    " Value of Missing Trait/Observation           0",
-    "",
-    "EFFECTS",
-    " #  type                position (2)        levels   [positions for nested]",
-    " 1     cross-classified  1  1                                                      4",
-    " 2           covariable  2  2                                                      4       1  1",
-    " 3     cross-classified  3  3                                                     12",
-    " 4     cross-classified  3  0                                                     12",
-    " 5     cross-classified  4  4                                                      9",
-    "",
-    " Residual (co)variance Matrix",
-    "  40.000      10.000    ",
-    "  10.000      30.000    ",
-    "",
-    " correlated random effects     3  4",
-    " Type of Random Effect:      additive animal",
-    " Pedigree File:              ped.txt" + std::string(243, ' '),
-    " trait   effect    (CO)VARIANCES",
-    "  1       3     20.00       5.000      -3.000       1.000    ",
-    "  2       3     5.000       15.00       2.000      -1.000    ",
-    "  1       4    -3.000       2.000       8.000       1.000    ",
-    "  2       4     1.000      -1.000       1.000       6.000    ",
-    "",
-    " Random Effect(s)    5",
-    " Type of Random Effect:      diagonal",
-    " trait   effect    (CO)VARIANCES",
-    "  1       5     4.000       1.000    ",
-    "  2       5     1.000       3.000    ",
-    "",
-    " REMARKS",
-    "  (1) Weight position 0 means no weights utilized",
-    "  (2) Effect positions of 0 for some effects and traits means that such",
-    "      effects are missing for specified traits",
-    "",
-};
+    "RANDOM_GROUP\n5\nRANDOM_TYPE\ndiagonal\nFILE\n\n(CO)VARIANCES\n4,1 1\n3 this rest is skipped\n"
+    "OPTION alpha_beta 0.95 0.05\nOPTION solv_method FSPAK\nOPTION tunedG 2\nOPTION tunedG 4\nOPTION\n"
+    "   OPTION indented 1 2\nOPTION Case 1\nOPTION many 1 2 3 4 5\nOPTION empty\nOPTION text abc 1.5e2 x7\n"
+    "OPTION hash 1 # 2\nOPTIONS misspelt 3\n";
 
 TEST(ParameterFile, ReadsCompleteModel) {
   std::filesystem::remove("ped.txt");
@@ -163,7 +98,18 @@ TEST(ParameterFile, ReadsCompleteModel) {
   EXPECT_NE(model_unit(53), nullptr);
   EXPECT_EQ(model_unit(55), nullptr);
   EXPECT_NE(model_unit(parameter_file_unit), nullptr);
-  EXPECT_EQ(printout("TEST MODEL"), full_model_printout);
+  // The example's printout shows the rest of the layout; here what it lacks: an effect absent
+  // for a trait, (co)variances of other decades and a diagonal group.
+  const Texts lines = printout("TEST MODEL");
+  ASSERT_EQ(lines.size(), 42u);
+  EXPECT_EQ(lines[15], " 4     cross-classified  3  0" + std::string(53, ' ') + "12");
+  EXPECT_EQ(Texts(lines.begin() + 26, lines.begin() + 36),
+            (Texts{"  1       3     20.00       5.000      -3.000       1.000    ",
+                   "  2       3     5.000       15.00       2.000      -1.000    ",
+                   "  1       4    -3.000       2.000       8.000       1.000    ",
+                   "  2       4     1.000      -1.000       1.000       6.000    ", "",
+                   " Random Effect(s)    5", " Type of Random Effect:      diagonal", " trait   effect    (CO)VARIANCES",
+                   "  1       5     4.000       1.000    ", "  2       5     1.000       3.000    "}));
 }
 
 TEST(ParameterFile, FailureMessages) {
@@ -297,17 +243,14 @@ TEST(ParameterFile, RandomTypesByTheirFirstElevenCharactersAndTheirPrintout) {
   // {keyword, code, printed type, file line}; the codes and texts are those of the layout.
   const std::string pedigree = " Pedigree File:              ped.txt", user = " User File:                  ped.txt";
   const std::tuple<std::string, std::int32_t, std::string, std::string> types[] = {
-      {"add_animal", 3, "additive animal", pedigree},
+      {"add_animal", 3, "additive animal", pedigree}, {"add_sire", 6, "additive sire", pedigree},
       {"add_an_upg", 4, "additive animal with unknown parent groups", pedigree},
       {"add_an_upgi", 5, "additive animal with unknown parent groups and inbreeding", pedigree},
       {"add_an_upginb", 5, "additive animal with unknown parent groups and inbreeding", pedigree},
-      {"add_sire", 6, "additive sire", pedigree},
-      {"par_domin", 7, "parental dominance", pedigree},
-      {"user_file", 8, "user defined from file", user},
+      {"par_domin", 7, "parental dominance", pedigree}, {"user_file", 8, "user defined from file", user},
       {"user_file_i", 9, "user defined from file and inverted", user},
       {"user_file_inv", 9, "user defined from file and inverted", user},
-      {"add_an_usym", 10, "additive animal unsymmetric", pedigree},
-      {"diagonal", 2, "diagonal", " trait   effect    (CO)VARIANCES"}};
+      {"add_an_usym", 10, "additive animal unsymmetric", pedigree}, {"diagonal", 2, "diagonal", " trait   effect    (CO)VARIANCES"}};
   for (const auto& [word, code, type, file] : types) {
     read_model(replace_once(full_model, "add_animal\n", word + "\n"));
     EXPECT_EQ(model.random_type(3), code) << word;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <tuple>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -126,24 +127,21 @@ TEST(Framed, DamagedFilesAreBadFrames) {
   }
   const std::string good = read_file("good.bin");
   ASSERT_EQ(good.size(), 24u + 10u);
-  // Every cut of the file: whole records read, then end of file exactly at a record boundary,
-  // else a bad frame; by whole records and into parts.
-  for (std::size_t cut = 0; cut <= good.size(); ++cut) {
-    write_file("cut.bin", good.substr(0, cut));
-    const FramedStatus second = cut == 24 ? FramedStatus::end_of_file : cut == good.size() ? FramedStatus::ok : FramedStatus::bad_frame;
+  // Cuts of the file: end of file exactly at a record boundary, else a bad frame; read by whole
+  // records and into parts.
+  const FramedStatus ok = FramedStatus::ok, eof = FramedStatus::end_of_file, bad = FramedStatus::bad_frame;
+  for (const auto& [cut, first, second] : {std::tuple{0, eof, eof}, {3, bad, bad}, {13, bad, bad}, {23, bad, bad},
+                                           {24, ok, eof}, {27, ok, bad}, {33, ok, bad}, {34, ok, ok}}) {
+    write_file("cut.bin", good.substr(0, static_cast<std::size_t>(cut)));
     FramedReader r("cut.bin"), r2("cut.bin");
     std::vector<unsigned char> rec;
     std::int32_t a = 0, b = 0;
     std::int16_t c = 0;
-    if (cut < 24) {
-      EXPECT_EQ(r.read_bytes(rec), cut == 0 ? FramedStatus::end_of_file : FramedStatus::bad_frame) << cut;
-      EXPECT_EQ(r2.read(a, b), cut == 0 ? FramedStatus::end_of_file : FramedStatus::bad_frame) << cut;
-      continue;
-    }
-    EXPECT_EQ(r.read_bytes(rec), FramedStatus::ok);
+    EXPECT_EQ(r.read_bytes(rec), first) << cut;
+    EXPECT_EQ(r2.read(a, b), first) << cut;
+    if (first != ok) continue;
     EXPECT_EQ(rec.size(), 8u);
     EXPECT_EQ(r.read_bytes(rec), second) << cut;
-    EXPECT_EQ(r2.read(a, b), FramedStatus::ok);
     EXPECT_EQ(r2.read(c), second) << cut;
   }
   // Counts that do not match, the count with only the sign bit, a count beyond the file, a

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <iostream>
+#include <sstream>
+
 #include "common/stop.hpp"
 #include "mmekit/support/array.hpp"
 #include "mmekit/support/output.hpp"
@@ -37,4 +40,31 @@ TEST(Array, BoundsAndLayout) {
   EXPECT_DEATH(a(4), "index 4 outside 0..3");
   EXPECT_DEATH(m(3, 1), "index 3 outside 1..2");
 #endif
+}
+
+TEST(Output, RedirectionForAScopeNestsAndSurvivesAStop) {
+  std::ostringstream a, b;
+  {
+    OutputTo to_a(a);
+    out() << "1\n";
+    {
+      OutputTo to_b(b);
+      out() << "2\n";
+    }
+    out() << "3\n";
+    try {
+      OutputTo to_b(b);
+      stop("gone");
+    } catch (const Stop&) {
+    }
+    out() << "4\n";
+    {
+      CaptureOutput cap;
+      out() << "5\n";
+      EXPECT_EQ(cap.text(), "5\n");
+    }
+  }
+  EXPECT_EQ(a.str(), "1\n3\n4\n");
+  EXPECT_EQ(b.str(), "2\ngone\n");
+  EXPECT_EQ(&out(), &std::cout);
 }

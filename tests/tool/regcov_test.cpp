@@ -35,12 +35,18 @@ double normalised_legendre(int j, double x) {
   return static_cast<double>(std::sqrt(2.0L * j + 1) * p1 * (1.4142135381698608L / std::sqrt(2.0L)));
 }
 
-std::string run_records(std::vector<RegcovRange> ranges, const std::string& data, bool memo = true) {
-  RegcovRecords loop(std::move(ranges), memo);
-  std::istringstream in(data);
-  std::ostringstream out;
-  loop.run(in, out);
-  return out.str();
+// The records written by the loop, the same with and without the kept covariate texts.
+std::string run_records(const std::vector<RegcovRange>& ranges, const std::string& data) {
+  std::string text[2];
+  for (bool memo : {false, true}) {
+    RegcovRecords loop(ranges, memo);
+    std::istringstream in(data);
+    std::ostringstream out;
+    loop.run(in, out);
+    text[memo] = out.str();
+  }
+  EXPECT_EQ(text[0], text[1]);
+  return text[1];
 }
 
 TEST(RegcovFunctions, FactorialBinomialScalingPowers) {
@@ -133,9 +139,9 @@ TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
   const double inf = std::numeric_limits<double>::infinity();
   std::vector<double> values{0.0, -0.0, 1e300, -1e300, 1e33, 4.9e-324, 0.000005, 0.000015, inf, -inf, std::nan(""),
                              2147483648.0, -2147483648.0};
-  for (int i = 0; i < 20000; ++i) values.push_back((i % 2 ? -1 : 1) * std::pow(10.0, mag(gen)) * 1.2345);
-  for (int i = 0; i < 5000; ++i) values.push_back(std::bit_cast<double>(bits(gen)));
-  for (int i = 0; i < 5000; ++i) values.push_back(std::round(mag(gen) * 1e6) / 64.0);  // exact ties
+  for (int i = 0; i < 2000; ++i) values.push_back((i % 2 ? -1 : 1) * std::pow(10.0, mag(gen)) * 1.2345);
+  for (int i = 0; i < 1000; ++i) values.push_back(std::bit_cast<double>(bits(gen)));
+  for (int i = 0; i < 1000; ++i) values.push_back(std::round(mag(gen) * 1e6) / 64.0);  // exact ties
   const Format fmt("(1x,f0.5)"), ifmt("(1x,i0)");
   for (double v : values) {
     ASSERT_EQ(f05(v) + "\n", fmt.write(FormatList(v))) << v;
@@ -210,21 +216,6 @@ TEST(RegcovRecords, MoreThanAHundredPolynomialsBreakTheLine) {
   const std::string hundred = run_records({{1, 0, 10, 100}}, "5 1\n");
   EXPECT_EQ(std::count(hundred.begin(), hundred.end(), '\n'), 1);
   EXPECT_EQ(std::count(hundred.begin(), hundred.end(), ' '), 102);
-}
-
-TEST(RegcovRecords, KeptCovariateTextIsTheSameAsNewlyMade) {
-  std::mt19937 gen(99);
-  std::uniform_int_distribution<int> value(-50, 400);
-  std::string data;
-  for (int i = 0; i < 3000; ++i)
-    data += std::to_string(i) + " " + std::to_string(value(gen)) + " " + std::to_string(value(gen)) + ".25 " +
-            std::to_string(value(gen) / 7.0) + "\n";
-  // Ranges kept and not kept (limits the wrong way round, more values than are kept).
-  const std::vector<RegcovRange> r{{2, 5, 305, 4}, {3, 20, 120, 103}, {4, 0, 10, 3},
-                                   {2, 7, 7, 2},   {3, 9, 1, 2},      {2, -100000, 100000, 3}};
-  const std::string with = run_records(r, data, true);
-  EXPECT_EQ(std::count(with.begin(), with.end(), '\n'), 6000);  // the 103 values break each line
-  EXPECT_TRUE(with == run_records(r, data, false));
 }
 
 TEST(RegcovRecords, ShortRecordsStopAndKeepWhatWasWritten) {
