@@ -1,6 +1,5 @@
-// Data files whose count of entries is far beyond what they hold: the table is made for what
-// the file can hold (not for the count, which would ask for tens of gigabytes), and the read
-// reports the shortfall.
+// Data files whose count of entries is far beyond what they hold, and setup files whose records
+// are not what their fields take.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -14,6 +13,8 @@ using namespace mmekit;
 using test::stop_output;
 
 TEST(DbHashBadInput, CountBeyondTheFile) {
+  // 1,700,000,000 entries would ask for a table of 2,125,000,002 slots of 5 words: the table is
+  // made for what the file can hold, and the read reports the shortfall.
   db_hash db;
   add_fields(db, "id", "char", 10);
   add_fields(db, "n", "int");
@@ -23,11 +24,10 @@ TEST(DbHashBadInput, CountBeyondTheFile) {
   insert_el(db, "id", "first");
   insert_el(db, "id", "second");
   write_setup(db, "count.setup");
+  const std::int32_t count = 1700000000;
   for (const char* form : {"text", "binary"}) {
     write_data(db, "count.data", std::string_view(form));
     std::string bytes = test::read_file("count.data");
-    // 1,700,000,000 entries: a table of 2,125,000,002 slots of 5 words.
-    const std::int32_t count = 1700000000;
     if (form[0] == 'b')
       bytes.replace(4, 4, reinterpret_cast<const char*>(&count), 4);
     else
@@ -43,20 +43,16 @@ TEST(DbHashBadInput, CountBeyondTheFile) {
 }
 
 TEST(DbHashBadInput, RecordLayouts) {
-  // Setup files whose record width is not what their fields take: far wider (a table of them
-  // would be gigabytes), or two fields on one word.
-  const char* layouts[] = {
-      "         1        13 500000000         1         1\nkey     \n         2         4         1         1\n",
-      "         2        13         2         2         1\nkey     other   \n"
-      "         2         4         1         1\n         2         4         1         1\n",
-  };
-  for (const char* text : layouts) {
+  // A record far wider than its fields (a table of them would be gigabytes), two fields on one
+  // word, and five text fields of 2,147,483,647 characters (536,870,912 words each).
+  for (const char* text :
+       {"         1        13 500000000         1         1\nkey     \n         2         4         1         1\n",
+        "         2        13         2         2         1\nkey     other   \n"
+        "         2         4         1         1\n         2         4         1         1\n"}) {
     test::write_file("layout.setup", text);
     db_hash db;
     EXPECT_EQ(stop_output([&] { read_setup(db, "layout.setup"); }), " db_hash: bad setup file  layout.setup\n") << text;
   }
-  // Text fields of 2,147,483,647 characters take 536,870,912 words each; five of them do not
-  // fit a record.
   db_hash wide;
   add_fields(wide, "key", "int");
   for (const char* name : {"a", "b", "c", "d", "e"}) add_fields(wide, name, "char", 2147483647);
