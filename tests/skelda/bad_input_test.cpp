@@ -30,6 +30,9 @@ TEST(SkeldaBadInput, EveryEntryChecksThePattern) {
   const std::vector<std::pair<std::function<void()>, std::string>> cases = {
       {[&] { check_ija(2, ints({1, 3, 4}), ints({1, 3, 2}), false); }, "check_ija: ja(2) = 3 in row 1 is outside 1..2\n"},
       {[&] { check_ija(2, ints({1, 3, 40}), ints({2, 2, 2}), false); }, "ERROR: j found twice or more\n"},
+      {[&] { check_ija(0, ints({1}), ints({1}), false); }, "ERROR: neq < 1\n"},
+      {[&] { check_ija(1, ints({0, 1}), ints({1}), false); }, "ERROR: zero or negative ia\n"},
+      {[&] { check_ija(2, ints({1, 2, 3}), ints({1, 0}), false); }, "ERROR: zero or negative j\n"},
       {[&] { check_ija(3, ints({1, 1, 2, 3}), ints({9, 2}), false); }, "ERROR: ia(i) > ia(i+1)-1\n"},
       {[&] { check_ija(2, ints({1, 3, 9}), ja, true); }, " ia= 1 2 ; ja= 1 2\ncheck_ija: ia(3)-1 = 8 but ja holds 3 entries\n"},
       {[&] { get_size_for_graph_robust(2, ints({1, 3}), ja); },
