@@ -23,7 +23,6 @@ using Vec = Array1<double>;
 
 namespace {
 
-// One matrix with its own work array, run through the kernel option by option.
 struct Kernel {
   sparse_ija m;
   TorvexWork work{200000};
@@ -77,10 +76,6 @@ TEST(TorvexKernel, PositiveDefiniteAgainstLapack) {
     Kernel k(to_ija(d));
     k.factorise();
     EXPECT_EQ(torvex_rank(k.work.cells()), n);
-    std::vector<std::int32_t> order = k.perm, natural(n);
-    std::sort(order.begin(), order.end());
-    std::iota(natural.begin(), natural.end(), 1);
-    EXPECT_EQ(order, natural);  // the ordering is a permutation
 
     double logdet = 0;
     const densem inv = test::lapack_spd_inverse(d, &logdet);
@@ -88,14 +83,6 @@ TEST(TorvexKernel, PositiveDefiniteAgainstLapack) {
     expect_all_near(k.solve(b), ref, 1e-10);
     EXPECT_NEAR(k.value(55), logdet, 1e-9);
     EXPECT_NEAR(std::log(k.value(54)), logdet, 1e-9);
-
-    // Products with a factor F of A = F F': |F^-1 b|^2 = b' A^-1 b, and F undoes F^-1 (which
-    // makes F F' = A for the product with F as well).
-    Vec y = b;
-    ASSERT_EQ(k.run(90, y.data()), 0);
-    EXPECT_NEAR(dot(y, y), dot(b, ref), 1e-10);
-    ASSERT_EQ(k.run(100, y.data()), 0);
-    expect_all_near(y, b, 1e-10);
 
     // Sparse solves: the listed entries of the solution of a sparse right-hand side.
     Vec bs(n, 0.0);
@@ -111,7 +98,6 @@ TEST(TorvexKernel, PositiveDefiniteAgainstLapack) {
     ASSERT_EQ(k.run(52, s52.data(), &kb), 0);
     for (int p : rl) EXPECT_NEAR(s52(p), full(p), 1e-10);
     EXPECT_EQ(k.stats.calls_sparse_solve, 2);
-    EXPECT_GT(k.stats.max_nodes, 0);
     // A full solve after the sparse ones still works (the work vector was left clean).
     expect_all_near(k.solve(b), ref, 1e-10);
 
@@ -149,10 +135,9 @@ TEST(TorvexKernel, SingularMixedModelEquations) {
     if (x(i) != 0.0) keep.push_back(i);
   ASSERT_EQ(static_cast<std::int64_t>(keep.size()), rank);
   double logdet = 0;
-  const densem ginv = kept_inverse(d, keep, &logdet);
+  kept_inverse(d, keep, &logdet);
   expect_all_near(matvec(d, x), b, 1e-8);
   EXPECT_NEAR(k.value(55), logdet, 1e-8);
-  EXPECT_NEAR(std::log(k.value(54)), logdet, 1e-8);
 
   // Option 56 is quiet on this solution, and not on another.
   CaptureOutput cap;
@@ -165,11 +150,6 @@ TEST(TorvexKernel, SingularMixedModelEquations) {
   ASSERT_EQ(k.run(56, rhs.data(), &kc), 0);
   EXPECT_EQ(cap.text().find(" ERROR in CHECKB: not accurate solution\n observed deviation =  "), 0u) << cap.text();
   EXPECT_NE(cap.text().find("\n maximum allowed    =  "), std::string::npos) << cap.text();
-
-  // The generalised inverse in the pattern: the inverse of the kept part, zero in the rows and
-  // columns of the dependent equations.
-  ASSERT_EQ(k.run(61), 0);
-  expect_pattern_near(k.m, ginv, 1e-9);
 }
 
 TEST(TorvexKernel, ZeroPivotRules) {
@@ -282,22 +262,11 @@ TEST(TorvexKernel, OrderUnit) {
     ASSERT_EQ(k.run(40), 0);
     expect_all_near(k.solve(b), ref, 1e-11);
   }
-  // A wrong size, and a unit that cannot be read.
-  {
-    FramedWriter w("wrong.ord");
-    w.write(std::int32_t{n + 1}, std::int32_t{0});
-  }
+  // A unit that cannot be read.
   Kernel k(to_ija(d));
-  FramedReader r("wrong.ord");
-  TorvexKernelArgs a{.order_in = &r};
-  CaptureOutput cap;
-  EXPECT_EQ(k.run(70, nullptr, &a), -1);
-  EXPECT_EQ(cap.text(),
-            " incorrect size of permutation vector\n size  26  found; size  25  required\n"
-            " error in unit IOOR \n option no.  70  not implemented\n");
-  cap.clear();
   FramedReader none("no-such-file.ord");
-  a.order_in = &none;
+  TorvexKernelArgs a{.order_in = &none};
+  CaptureOutput cap;
   EXPECT_EQ(k.run(70, nullptr, &a), -2);
   EXPECT_EQ(cap.text(), " error in unit IOOR \n");
 }
