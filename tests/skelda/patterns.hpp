@@ -19,15 +19,10 @@ using Pattern = mmekit::sparse_ija;
 using Edges = std::vector<std::pair<std::int32_t, std::int32_t>>;
 
 // From a list of undirected edges (0-based, any order, duplicates removed).
-inline Pattern from_edges(std::int32_t n, Edges edges) {
-  for (auto& e : edges)
-    if (e.first > e.second) std::swap(e.first, e.second);
-  std::sort(edges.begin(), edges.end());
-  edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
-  std::vector<std::vector<std::int32_t>> rows(n);
-  for (std::int32_t i = 0; i < n; ++i) rows[i].push_back(i);
-  for (auto& e : edges)
-    if (e.first != e.second) rows[e.first].push_back(e.second);
+inline Pattern from_edges(std::int32_t n, const Edges& edges) {
+  std::vector<std::set<std::int32_t>> rows(n);
+  for (std::int32_t i = 0; i < n; ++i) rows[i].insert(i);
+  for (const auto& [u, v] : edges) rows[std::min(u, v)].insert(std::max(u, v));
   Pattern p;
   p.n = n;
   for (auto& r : rows) p.nel += static_cast<std::int32_t>(r.size());
