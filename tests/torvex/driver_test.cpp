@@ -34,12 +34,6 @@ struct Fresh {
   sparse_ija dummy;
 };
 
-Vec sines(std::int64_t n) {
-  Vec b(n);
-  for (std::int64_t i = 1; i <= n; ++i) b(i) = std::sin(static_cast<double>(i));
-  return b;
-}
-
 }  // namespace
 
 TEST(TorvexDriver, StagesStateAndResults) {
@@ -67,12 +61,23 @@ TEST(TorvexDriver, StagesStateAndResults) {
 
   // A solve after "fac" does not factorise again.
   cap.clear();
-  const Vec b = sines(n), ref = matvec(inv, b);
-  Vec sol;
+  Vec b(n), sol;
+  for (int i = 1; i <= n; ++i) b(i) = std::sin(i);
+  const Vec ref = matvec(inv, b);
   TORVEX("solve", m, {.rhs = &b, .sol = &sol});
   EXPECT_EQ(cap.text(), "");
   EXPECT_EQ(torvex_state.stats.calls_numeric, 1);
   expect_all_near(sol, ref, 1e-10);
+  // The statistics block after one solve, its lines in this order.
+  TORVEX("statistics", m);
+  const std::string nel = std::to_string(m.nel);
+  std::size_t at = 0;
+  for (const std::string& l : {std::string("              SPARSE STATISTICS\n"), std::string("      RANK                    =          50\n"),
+                               "      NZE IN UPPER TRIANGULAR =" + std::string(12 - nel.size(), ' ') + nel + "\n",
+                               std::string("      NO. OF CALLS SOLVE      =           1\n")}) {
+    at = cap.text().find(l, at);
+    ASSERT_NE(at, std::string::npos) << l << cap.text();
+  }
   double det = 0;
   const TorvexArgs da{.det = &det};
   TORVEX("lde", m, da);
@@ -98,9 +103,8 @@ TEST(TorvexDriver, StagesStateAndResults) {
   EXPECT_EQ(torvex_state.TORVEX_state, -1);
   EXPECT_EQ(torvex_state.memory_size, 100);
   EXPECT_FALSE(torvex_state.work.allocated());
-  // Statistics without a work space still print their block.
   cap.clear();
-  TORVEX("statistics", m);
+  TORVEX("statistics", m);  // without a work space too
   EXPECT_NE(cap.text().find("              SPARSE STATISTICS\n"), std::string::npos);
 }
 
