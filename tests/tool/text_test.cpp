@@ -1,11 +1,9 @@
 // Line splitters, line readers, the text file check and the command-line helpers.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <sstream>
 
 #include "common/stop.hpp"
-#include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 #include "mmekit/tool/text.hpp"
 
@@ -44,19 +42,6 @@ TEST(Nums2, SplitsAtBlanksOnlyAndDecodesTwelveCharacterFields) {
   nums2("  a b  c ", m);
   EXPECT_EQ(m, 3);
 
-  // Plain decimals decode as the general field reader does, bit for bit.
-  std::mt19937 gen(12345);
-  std::uniform_int_distribution<int> len(1, 13), digit(0, 9), coin(0, 3);
-  for (int trial = 0; trial < 2000; ++trial) {
-    std::string s = coin(gen) == 0 ? "-" : "";
-    const int n = len(gen), point = coin(gen) == 0 ? -1 : std::uniform_int_distribution<int>(0, n)(gen);
-    for (int i = 0; i < n; ++i) s += (i == point ? "." : "") + std::string(1, static_cast<char>('0' + digit(gen)));
-    float expect = 0.0f;
-    read_fixed(s, expect, 12);
-    nums2(s, m, std::span<float>(x));
-    ASSERT_EQ(m, 1);
-    ASSERT_EQ(std::bit_cast<std::uint32_t>(x[0]), std::bit_cast<std::uint32_t>(expect)) << s;
-  }
 }
 
 TEST(Nums2, TooManyItemsIsReportedWithTheCapacityOfTheTexts) {
@@ -159,7 +144,6 @@ TEST(CheckTextFile, ReportsTabsAndOldMacLineEndsOnTheFirstLine) {
     std::istringstream in(text);
     return stop_output([&] { check_text_file(in, name); });
   };
-  // The whole text is checked by the parameter file tests.
   EXPECT_NE(check("1\t2\n3 4\n", "/some/dir/data.txt").find("in file: \"data.txt\""), std::string::npos);
   EXPECT_EQ(check("1 2\r3 4\r", "old.txt"),
             "\n Mac old newline format detected in file: \"old.txt\"\n"
@@ -174,13 +158,6 @@ TEST(CheckTextFile, ReportsTabsAndOldMacLineEndsOnTheFirstLine) {
   EXPECT_EQ(cap.text(), "");
   std::string first;
   EXPECT_EQ(std::getline(tab2, first) ? first : "", "1 2");
-  std::vector<std::int32_t> x(4);
-  FixedTexts xc(4, 8);
-  std::int32_t m = 0;
-  read_items(dos, x, xc, m);
-  EXPECT_EQ(m, 2);
-  read_items(empty, x, xc, m);
-  EXPECT_EQ(m, -1);
 }
 
 TEST(CommandLine, OptionsAndTheirValues) {
