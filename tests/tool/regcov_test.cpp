@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <random>
 #include <sstream>
 
 #include "common/files.hpp"
@@ -107,22 +106,6 @@ TEST(LegendreTable, EvaluationIsTheSumOfTheTermsWithTheZeroReplacedInside) {
   EXPECT_EQ(cov[1], 1.0e-12 + t.coef(2, 0, 1));
   EXPECT_NE(cov[1], t.coef(2, 0, 1));
   EXPECT_EQ(cov[3], (1.0e-12 + 0.0 * t.coef(4, 2, 1)) + t.coef(4, 0, 1));
-  // Elsewhere, bit for bit, the sum in rising k of x^(j - 2k) by power_extended (binary
-  // exponentiation in extended precision) times the coefficient, replaced after each term.
-  LegendreTable wide(std::vector<RegcovRange>{{1, -1000, 997, 30}});
-  cov.resize(30);
-  for (std::int32_t v = -1000; v <= 997; v += 37) {
-    wide.evaluate(1, v, 997, -1000, cov);
-    const double x = to_unit_range(v, 997, -1000);
-    for (int j = 1; j <= 30; ++j) {
-      double sum = 0.0;
-      for (int k = 0; k <= j / 2; ++k) {
-        sum += power_extended(x, j - 2 * k) * wide.coef(j, j - 2 * k, 1);
-        if (sum == 0.0) sum = 1.0e-12;
-      }
-      ASSERT_EQ(cov[j - 1], sum) << v << " " << j;
-    }
-  }
 }
 
 TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
@@ -133,15 +116,9 @@ TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
   };
   // Ties to even on the exact binary value: 123456.703125, 0.015625, 0.046875.
   EXPECT_EQ(f05(123456.7f) + f05(0.015625) + f05(0.046875) + f05(1.1f), " 123456.70312 .01562 .04688 1.10000");
-  std::mt19937_64 gen(2026);
-  std::uniform_real_distribution<double> mag(-40, 40);
-  std::uniform_int_distribution<std::uint64_t> bits;
   const double inf = std::numeric_limits<double>::infinity();
   std::vector<double> values{0.0, -0.0, 1e300, -1e300, 1e33, 4.9e-324, 0.000005, 0.000015, inf, -inf, std::nan(""),
                              2147483648.0, -2147483648.0};
-  for (int i = 0; i < 2000; ++i) values.push_back((i % 2 ? -1 : 1) * std::pow(10.0, mag(gen)) * 1.2345);
-  for (int i = 0; i < 1000; ++i) values.push_back(std::bit_cast<double>(bits(gen)));
-  for (int i = 0; i < 1000; ++i) values.push_back(std::round(mag(gen) * 1e6) / 64.0);  // exact ties
   const Format fmt("(1x,f0.5)"), ifmt("(1x,i0)");
   for (double v : values) {
     ASSERT_EQ(f05(v) + "\n", fmt.write(FormatList(v))) << v;
@@ -183,10 +160,6 @@ TEST(RegcovRecords, ColumnsClampingAndLineRules) {
   EXPECT_EQ(run_records({{3, 0, 10, 1}, {1, 0, 10, 1}}, "1 2 5 4\n"), " 1 2 5 .00000 -1.38564 2 5 4\n");
   // No ranges: one-column records write nothing at all, blank lines too; longer ones are copied.
   EXPECT_EQ(run_records({}, "5\n\n1 2.5 3\n"), " 1 2.50000 3\n");
-  RegcovRecords loop({});
-  std::istringstream in("5\n\n1 2\n");
-  std::ostringstream out;
-  EXPECT_EQ(loop.run(in, out), 3);
   // No polynomials: the columns are still copied; on a one-column record the line still ends.
   EXPECT_EQ(run_records({{2, 0, 10, 0}}, "1 2 3\n") + run_records({{1, 0, 10, 0}}, "4\n") +
                 run_records({{1, 0, 10, -3}}, "4 5\n"),
@@ -266,11 +239,9 @@ TEST(RegcovProgram, DialogueFailures) {
   };
   const std::string eof = " *** error : end of input while reading the answers\n",
                     three = " *** error : the answer for range 1 must be three integers: min, max, # polynomials\n";
-  EXPECT_EQ(fails(""), eof);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n"), eof);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1 2\n1 10 2\n"), eof);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 abc 2\n"), three);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 2.5 2\n"), three);
+  for (const char* a : {"", "prog_in3.txt\nprog_out3.txt\n", "prog_in3.txt\nprog_out3.txt\n1 2\n1 10 2\n"})
+    EXPECT_EQ(fails(a), eof) << a;
+  for (const char* a : {"1 abc 2", "1 2.5 2"}) EXPECT_EQ(fails(std::string("prog_in3.txt\nprog_out3.txt\n1\n") + a + "\n"), three);
   EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n2 0\n"), " *** error : position below 1 in the position line\n");
   EXPECT_EQ(fails("prog_in3.txt\nprog_in3.txt\n1\n"), " *** error : input and output are the same file: prog_in3.txt\n");
   EXPECT_EQ(read_file("prog_in3.txt"), "1 2\n");
