@@ -18,8 +18,7 @@ using test::write_file;
 using Ints = std::vector<std::int32_t>;
 using Texts = std::vector<std::string>;
 
-// Reads the parameter file `name` through the dialogue, expecting a stop or not; returns what
-// was printed after the dialogue's echo.
+// Reads the parameter file `name` through the dialogue; returns what was printed after the echo.
 std::string read_named(const std::string& name, bool stops = true) {
   std::istringstream dialogue(name + "\n");
   const test::StopSeen seen = test::run_to_stop([&] { read_parameter_file(dialogue); });
@@ -151,8 +150,7 @@ TEST(ParameterFile, FailureMessages) {
       {"WEIGHT(S)\n\n", "WEIGHT(S)\n# no weights\n", "  EFFECTS: not found\n"},
   };
   for (const auto& [from, to, message] : cases) EXPECT_EQ(reader_stop(replace_once(full_model, from, to)), message) << to;
-  // Empty files, also one that holds only comments or does not exist yet (it is created), and
-  // a parameter file that cannot be made.
+  // Empty files, one that does not exist yet (it is created), and one that cannot be made.
   EXPECT_EQ(reader_stop(""), " INPUT FILE EMPTY\n");
   std::filesystem::remove("absent.txt");
   EXPECT_EQ(read_named("absent.txt"), " INPUT FILE EMPTY\n");
@@ -170,8 +168,7 @@ TEST(ParameterFile, FailureMessages) {
             " Convert to TAB to spaces, e.g. \"expand file > newfile\"\n");
 }
 
-// A model of five traits with one user_file group of `group` effects out of `neff`, whose
-// block is diagonal with the values 1, 2, ..., 5 x group.
+// Five traits, one user_file group of `group` effects out of `neff`, block diag(1, ..., 5 x group).
 std::string five_trait_model(int neff, int group) {
   std::string s = "DATAFILE\nd\nNUMBER_OF_TRAITS\n5\nNUMBER_OF_EFFECTS\n" + std::to_string(neff) +
                   "\nOBSERVATION(S)\n1 2 3 4 5\nWEIGHT(S)\n\nEFFECTS:\n";
@@ -188,8 +185,7 @@ TEST(ParameterFile, EdgeCases) {
   // No random group: the reader ends at the end of the file; every effect is fixed.
   read_model(full_model.substr(0, full_model.find("RANDOM_GROUP")));
   EXPECT_EQ(std::make_tuple(model.random_type.vec(), model.ncorr.vec()), std::make_tuple(Ints(5, 1), Ints(5, 0)));
-  // The residual block in any line layout; the rest of its last line is skipped. A long
-  // "cro" line has no nesting; a file name keeps its first word; weights from one number.
+  // Residual in any layout, rest of line skipped; no nesting on "cross 8 9"; first word of a name.
   std::string s = replace_once(full_model, "40 10\n10 30\n", "40\n\n10, 10\n30 junk 1 2\n");
   s = replace_once(s, "1 1 4 cross\n", "1 1 4 cross 8 9\n");
   s = replace_once(s, "data.txt\n", "my data.txt\n");
@@ -207,8 +203,7 @@ TEST(ParameterFile, EdgeCases) {
   EXPECT_EQ(std::make_tuple(model.g_var(1, 50, 50), model.g_var(1, 49, 50), model.g_var(1, 1, 1)),
             std::make_tuple(50.0, 0.0, 1.0));
   EXPECT_EQ(reader_stop(five_trait_model(11, 11)), " maxcorr should be increased to at least  55\n");
-  // A line after the residual that is not RANDOM_GROUP ends the reader: a group after an
-  // option line is not read, and the option line is found.
+  // A line after the residual that is not RANDOM_GROUP ends the reader; the option is found.
   read_model(replace_once(full_model, "RANDOM_GROUP\n5\n", "OPTION between 1\nRANDOM_GROUP\n5\n"));
   EXPECT_EQ(model.ncorr(3) * 10 + model.ncorr(5), 20);
   std::int32_t n = 0;
@@ -232,7 +227,6 @@ TEST(ParameterFile, RandomTypesByTheirFirstElevenCharactersAndTheirPrintout) {
       {"add_an_upgi", 5, "additive animal with unknown parent groups and inbreeding", pedigree},
       {"add_an_upginb", 5, "additive animal with unknown parent groups and inbreeding", pedigree},
       {"par_domin", 7, "parental dominance", pedigree}, {"user_file", 8, "user defined from file", user},
-      {"user_file_i", 9, "user defined from file and inverted", user},
       {"user_file_inv", 9, "user defined from file and inverted", user},
       {"add_an_usym", 10, "additive animal unsymmetric", pedigree}, {"diagonal", 2, "diagonal", " trait   effect    (CO)VARIANCES"}};
   for (const auto& [word, code, type, file] : types) {
@@ -281,8 +275,7 @@ TEST(Options, GetOption) {
   std::vector<double> d(2);
   get_option_r8("alpha_beta", n, d);
   EXPECT_EQ(std::make_tuple(n, d), std::make_tuple(2, std::vector<double>{0.95f, 0.05f}));
-  // A line is read into 400 characters: "OPTION cut " and 194 values "1 " fill 399 of them,
-  // and the 195th value stands in column 400; what follows is lost.
+  // A line is read into 400 characters: the 195th value stands in column 400, the rest is lost.
   std::string cut_line = "OPTION cut ";
   for (int i = 0; i < 250; ++i) cut_line += std::to_string(1 + i % 9) + " ";
   read_model(full_model + cut_line + "\n");

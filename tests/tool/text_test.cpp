@@ -26,8 +26,7 @@ TEST(Nums2, SplitsAtBlanksOnlyAndDecodesTwelveCharacterFields) {
   EXPECT_EQ(m, 2);
   EXPECT_EQ(x, (std::vector<float>{1, 3, 0, 0, 0}));
   EXPECT_EQ(xc.to_vector(), (Texts{"1,2", "3", "", "", ""}));
-  // Only 12 characters take part in a number; texts are cut to the element width; a tab
-  // belongs to the item.
+  // 12 characters make a number; texts are cut to the element width; a tab belongs to the item.
   nums2("123456789012345 a\tb 'q' -2.5 1.5e2", m, x, xc);
   EXPECT_EQ(m, 5);
   EXPECT_EQ(x, (std::vector<float>{123456789012.0f, 0, 0, -2.5f, 150}));
@@ -52,8 +51,7 @@ TEST(Nums2, TooManyItemsIsReportedWithTheCapacityOfTheTexts) {
   std::int32_t m = 0;
   const std::string head = " Error in nums2 splitting string starting: \n ";
   EXPECT_EQ(stop_output([&] { nums2(line, m, x, xc); }), head + line.substr(0, 80) + "\n into m: 100 items\n");
-  // The numbers overflow first; the capacity printed is still that of the texts. Numbers only:
-  // their own capacity.
+  // The numbers overflow first, but the texts' capacity is printed; numbers only: their own.
   const std::string padded = "1 2 3" + std::string(75, ' ');
   EXPECT_EQ(stop_output([&] { nums2("1 2 3", m, small, three); }), head + padded + "\n into m: 3 items\n");
   EXPECT_EQ(stop_output([&] { nums2("1 2 3", m, std::span<float>(small)); }), head + padded + "\n into m: 2 items\n");
@@ -121,8 +119,7 @@ TEST(ReadItems, CommentsBlankLinesLineLengthAndEndOfFile) {
 
   const std::int32_t saved = text_settings.line_length;
   text_settings.line_length = 5;
-  // "1234 " after the cut; "12345" fills the buffer and no blank ends the item; " 1234" is
-  // shifted left and a blank is left at the end.
+  // "1234 " after the cut; "12345" has no blank to end the item; " 1234" is shifted left.
   std::istringstream cut("1234 67\n12345\n 1234\n");
   counts.clear();
   for (int i = 0; i < 3; ++i) counts.push_back((read_items(cut, x, xc, m), m));
