@@ -18,8 +18,7 @@ using test::write_file;
 using Ints = std::vector<std::int32_t>;
 using Texts = std::vector<std::string>;
 
-// Reads the parameter file `name` through the dialogue, expecting a stop or not; returns what
-// was printed after the dialogue's echo.
+// Reads the parameter file `name` through the dialogue; returns what was printed after the echo.
 std::string read_named(const std::string& name, bool stops = true) {
   std::istringstream dialogue(name + "\n");
   const test::StopSeen seen = test::run_to_stop([&] { read_parameter_file(dialogue); });
@@ -77,9 +76,7 @@ TEST(ParameterFile, ReadsCompleteModel) {
   CaptureOutput cap;
   read_parameter_file(dialogue);
   EXPECT_EQ(cap.text(), " name of parameter file?\n\nparams.txt\n");
-  // The scalars, the residual and the (co)variance blocks are checked through the printout at
-  // the end (a comma separates numbers too); here the layout of the arrays. pos_eff(e, t),
-  // first index fastest.
+  // The layout of the arrays, first index fastest; the scalars and blocks through the printout.
   EXPECT_EQ(model.pos_eff.vec(), (Ints{1, 2, 3, 3, 4, 1, 2, 3, 0, 4}));
   EXPECT_EQ(model.nlev.vec(), (Ints{4, 4, 12, 12, 9}));
   EXPECT_EQ(model.effect_type.vec(), (Ints{0, 1, 0, 0, 0}));
@@ -98,8 +95,7 @@ TEST(ParameterFile, ReadsCompleteModel) {
   EXPECT_NE(model_unit(53), nullptr);
   EXPECT_EQ(model_unit(55), nullptr);
   EXPECT_NE(model_unit(parameter_file_unit), nullptr);
-  // The example's printout shows the rest of the layout; here what it lacks: an effect absent
-  // for a trait, (co)variances of other decades and a diagonal group.
+  // What the example's printout lacks: an absent effect, other decades, a diagonal group.
   const Texts lines = printout("TEST MODEL");
   ASSERT_EQ(lines.size(), 42u);
   EXPECT_EQ(lines[15], " 4     cross-classified  3  0" + std::string(53, ' ') + "12");
@@ -130,20 +126,14 @@ TEST(ParameterFile, FailureMessages) {
       {"WEIGHT(S)\n\n", "WEIGHT(S)\n8 9\n", " 2  Only one number for WEIGHT\n"},
       {"EFFECTS:", "EFFECTS", "  EFFECTS: not found\n"},
       {"3 0 12 cross ", "3 0 12 ", " too few or too many numbers for effect  4 . Was  3\n"},
-      {"3 0 12 cross ", "3 0 12 cross 1 1 1 ", " too few or too many numbers for effect  4 . Was  7\n"},
       {"4 4 9 cross\n", "4 4 9 fixed\n", " Unknown type of effect:  fixed\n"},
-      {"4 4 9 cross\n", "4 4 9 co\n", " Unknown type of effect:  co\n"},
       {"RANDOM_RESIDUAL\n", "RANDOM_RESIDUALS\n", "  RANDOM_RESIDUAL not found\n"},
       {"10 30\n", "10 x30\n", " error reading RANDOM_RESIDUAL variances\n"},
-      {"10 30\n", "10 # comment\n30\n", " error reading RANDOM_RESIDUAL variances\n"},
       {"GROUP\n3 4\n", "GROUP\n\n", " line after RANDOM_GROUP has too few or too many numbers\n"},
-      {"GROUP\n3 4\n", "GROUP\n1 2 3 4 5 6\n", " line after RANDOM_GROUP has too few or too many numbers\n"},
       {"GROUP\n3 4\n", "GROUP\n0 1\n", " number  0 1  after RANDOM_GROUP out of range\n"},
       {"GROUP\n3 4\n", "GROUP\n5 6\n", " number  5 6  after RANDOM_GROUP out of range\n"},
       {"GROUP\n3 4\n", "GROUP\n2 4\n", "  correlated effects: 2 4  should be consecutive\n"},
-      {"GROUP\n3 4\n", "GROUP\n3 9 5\n", "  correlated effects: 3 9 5  should be consecutive\n"},
       {"RANDOM_TYPE\nadd_animal", "RANDOM-TYPE\nadd_animal", "  RANDOM_TYPE not found\n"},
-      {"add_animal\n", "add_an_up\n", " unknown RANDOM-TYPE:  add_an_up\n" + known_types},
       {"add_animal\n", "add_an_upgx\n", " unknown RANDOM-TYPE:  add_an_upgx\n" + known_types},
       {"FILE\nped.txt", "FILES\nped.txt", "  FILE for random effect  3  not found\n"},
       {"(CO)VARIANCES\n20", "(CO)VARIANCE\n20", "  (CO)VARIANCES not found\n"},
@@ -160,10 +150,8 @@ TEST(ParameterFile, FailureMessages) {
       {"WEIGHT(S)\n\n", "WEIGHT(S)\n# no weights\n", "  EFFECTS: not found\n"},
   };
   for (const auto& [from, to, message] : cases) EXPECT_EQ(reader_stop(replace_once(full_model, from, to)), message) << to;
-  // Empty files, also one that holds only comments or does not exist yet (it is created), and
-  // a parameter file that cannot be made.
+  // Empty files, one that does not exist yet (it is created), and one that cannot be made.
   EXPECT_EQ(reader_stop(""), " INPUT FILE EMPTY\n");
-  EXPECT_EQ(reader_stop("# comment\n   # indented comment\n"), " INPUT FILE EMPTY\n");
   std::filesystem::remove("absent.txt");
   EXPECT_EQ(read_named("absent.txt"), " INPUT FILE EMPTY\n");
   EXPECT_TRUE(test::file_exists("absent.txt"));
@@ -180,8 +168,7 @@ TEST(ParameterFile, FailureMessages) {
             " Convert to TAB to spaces, e.g. \"expand file > newfile\"\n");
 }
 
-// A model of five traits with one user_file group of `group` effects out of `neff`, whose
-// block is diagonal with the values 1, 2, ..., 5 x group.
+// Five traits, one user_file group of `group` effects out of `neff`, block diag(1, ..., 5 x group).
 std::string five_trait_model(int neff, int group) {
   std::string s = "DATAFILE\nd\nNUMBER_OF_TRAITS\n5\nNUMBER_OF_EFFECTS\n" + std::to_string(neff) +
                   "\nOBSERVATION(S)\n1 2 3 4 5\nWEIGHT(S)\n\nEFFECTS:\n";
@@ -198,8 +185,7 @@ TEST(ParameterFile, EdgeCases) {
   // No random group: the reader ends at the end of the file; every effect is fixed.
   read_model(full_model.substr(0, full_model.find("RANDOM_GROUP")));
   EXPECT_EQ(std::make_tuple(model.random_type.vec(), model.ncorr.vec()), std::make_tuple(Ints(5, 1), Ints(5, 0)));
-  // The residual block in any line layout; the rest of its last line is skipped. A long
-  // "cro" line has no nesting; a file name keeps its first word; weights from one number.
+  // Residual in any layout, rest of line skipped; no nesting on "cross 8 9"; first word of a name.
   std::string s = replace_once(full_model, "40 10\n10 30\n", "40\n\n10, 10\n30 junk 1 2\n");
   s = replace_once(s, "1 1 4 cross\n", "1 1 4 cross 8 9\n");
   s = replace_once(s, "data.txt\n", "my data.txt\n");
@@ -217,20 +203,13 @@ TEST(ParameterFile, EdgeCases) {
   EXPECT_EQ(std::make_tuple(model.g_var(1, 50, 50), model.g_var(1, 49, 50), model.g_var(1, 1, 1)),
             std::make_tuple(50.0, 0.0, 1.0));
   EXPECT_EQ(reader_stop(five_trait_model(11, 11)), " maxcorr should be increased to at least  55\n");
-  // A line after the residual that is not RANDOM_GROUP ends the reader: a group after an
-  // option line is not read, and the option line is found.
+  // A line after the residual that is not RANDOM_GROUP ends the reader; the option is found.
   read_model(replace_once(full_model, "RANDOM_GROUP\n5\n", "OPTION between 1\nRANDOM_GROUP\n5\n"));
   EXPECT_EQ(model.ncorr(3) * 10 + model.ncorr(5), 20);
   std::int32_t n = 0;
   std::vector<float> x(1);
   get_option("between", n, x);
   EXPECT_EQ(std::make_tuple(n, x[0]), std::make_tuple(1, 1.0f));
-  // Lines ended by carriage return and line feed read like plain ones.
-  std::string crlf;
-  for (char c : full_model) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-  read_model(crlf);
-  EXPECT_EQ(std::make_tuple(model.r_var.vec(), model.g_var(5, 2, 2), model.random_file(3)),
-            std::make_tuple(std::vector<double>{40, 10, 10, 30}, 3.0, std::string("ped.txt")));
   Texts one_text(1);
   get_option("solv_method", n, std::span<std::string>(one_text));  // a text answer only
   EXPECT_EQ(std::make_tuple(n, one_text[0]), std::make_tuple(1, std::string("FSPAK")));
@@ -248,7 +227,6 @@ TEST(ParameterFile, RandomTypesByTheirFirstElevenCharactersAndTheirPrintout) {
       {"add_an_upgi", 5, "additive animal with unknown parent groups and inbreeding", pedigree},
       {"add_an_upginb", 5, "additive animal with unknown parent groups and inbreeding", pedigree},
       {"par_domin", 7, "parental dominance", pedigree}, {"user_file", 8, "user defined from file", user},
-      {"user_file_i", 9, "user defined from file and inverted", user},
       {"user_file_inv", 9, "user defined from file and inverted", user},
       {"add_an_usym", 10, "additive animal unsymmetric", pedigree}, {"diagonal", 2, "diagonal", " trait   effect    (CO)VARIANCES"}};
   for (const auto& [word, code, type, file] : types) {
@@ -294,25 +272,16 @@ TEST(Options, GetOption) {
   get_option("hash", n, xc);
   EXPECT_EQ(std::make_tuple(n, xc), std::make_tuple(3, Texts{"1", "#", "2", ""}));
   // r8 values carry single precision only.
-  std::vector<double> d(2), kept{7.0};
+  std::vector<double> d(2);
   get_option_r8("alpha_beta", n, d);
   EXPECT_EQ(std::make_tuple(n, d), std::make_tuple(2, std::vector<double>{0.95f, 0.05f}));
-  EXPECT_NE(d[0], 0.95);
-  get_option_r8("absent", n, kept, xc);
-  EXPECT_EQ(std::make_tuple(n, kept[0]), std::make_tuple(-1, 7.0));
-  // A line is read into 400 characters: "OPTION cut " and 194 values "1 " fill 399 of them,
-  // and the 195th value stands in column 400; what follows is lost.
+  // A line is read into 400 characters: the 195th value stands in column 400, the rest is lost.
   std::string cut_line = "OPTION cut ";
   for (int i = 0; i < 250; ++i) cut_line += std::to_string(1 + i % 9) + " ";
-  // Items are cut to 50 characters, and so is the key.
-  const std::string long_key(60, 'k');
-  read_model(full_model + cut_line + "\nOPTION " + long_key + " " + std::string(55, '7') + "\n");
+  read_model(full_model + cut_line + "\n");
   std::vector<float> last(200, -1.0f);
   get_option("cut", n, last);
   EXPECT_EQ(std::make_tuple(n, last[194], last[195]), std::make_tuple(195, static_cast<float>(1 + 194 % 9), 0.0f));
-  Texts one(1);
-  get_option(long_key, n, one);
-  EXPECT_EQ(std::make_tuple(n, one[0]), std::make_tuple(1, std::string(50, '7')));
 }
 
 TEST(Options, CheckOptions) {
@@ -349,11 +318,7 @@ TEST(Printout, ChecksOfTheMatrices) {
   EXPECT_EQ(printout("T", true).back(), " G Matrix not symmetric");
   read_model(replace_once(full_model, "4,1 1\n3", "4 1 1 -3"));
   EXPECT_EQ(printout("T", true).back(), " G  Matrix not positive definite");
-  // Only a record changed by hand can hold a group larger than maxcorr, or a type code that no
-  // keyword gives; the printout refuses both.
-  read_model(full_model);
-  model.ncorr(3) = 26;
-  EXPECT_EQ(printout("T", true).back(), " maxcorr should be increased to at least  52");
+  // Only a record changed by hand can hold a type code that no keyword gives.
   read_model(full_model);
   model.random_type(3) = 1;
   const Texts lines = printout("T", true);

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <random>
 #include <sstream>
 
 #include "common/files.hpp"
@@ -107,22 +106,6 @@ TEST(LegendreTable, EvaluationIsTheSumOfTheTermsWithTheZeroReplacedInside) {
   EXPECT_EQ(cov[1], 1.0e-12 + t.coef(2, 0, 1));
   EXPECT_NE(cov[1], t.coef(2, 0, 1));
   EXPECT_EQ(cov[3], (1.0e-12 + 0.0 * t.coef(4, 2, 1)) + t.coef(4, 0, 1));
-  // Elsewhere, bit for bit, the sum in rising k of x^(j - 2k) by power_extended (binary
-  // exponentiation in extended precision) times the coefficient, replaced after each term.
-  LegendreTable wide(std::vector<RegcovRange>{{1, -1000, 997, 30}});
-  cov.resize(30);
-  for (std::int32_t v = -1000; v <= 997; v += 37) {
-    wide.evaluate(1, v, 997, -1000, cov);
-    const double x = to_unit_range(v, 997, -1000);
-    for (int j = 1; j <= 30; ++j) {
-      double sum = 0.0;
-      for (int k = 0; k <= j / 2; ++k) {
-        sum += power_extended(x, j - 2 * k) * wide.coef(j, j - 2 * k, 1);
-        if (sum == 0.0) sum = 1.0e-12;
-      }
-      ASSERT_EQ(cov[j - 1], sum) << v << " " << j;
-    }
-  }
 }
 
 TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
@@ -133,68 +116,48 @@ TEST(FixedOutput, SameBytesAsTheSharedFormatter) {
   };
   // Ties to even on the exact binary value: 123456.703125, 0.015625, 0.046875.
   EXPECT_EQ(f05(123456.7f) + f05(0.015625) + f05(0.046875) + f05(1.1f), " 123456.70312 .01562 .04688 1.10000");
-  std::mt19937_64 gen(2026);
-  std::uniform_real_distribution<double> mag(-40, 40);
-  std::uniform_int_distribution<std::uint64_t> bits;
   const double inf = std::numeric_limits<double>::infinity();
   std::vector<double> values{0.0, -0.0, 1e300, -1e300, 1e33, 4.9e-324, 0.000005, 0.000015, inf, -inf, std::nan(""),
                              2147483648.0, -2147483648.0};
-  for (int i = 0; i < 2000; ++i) values.push_back((i % 2 ? -1 : 1) * std::pow(10.0, mag(gen)) * 1.2345);
-  for (int i = 0; i < 1000; ++i) values.push_back(std::bit_cast<double>(bits(gen)));
-  for (int i = 0; i < 1000; ++i) values.push_back(std::round(mag(gen) * 1e6) / 64.0);  // exact ties
-  const Format fmt("(1x,f0.5)"), ifmt("(1x,i0)");
+  const Format fmt("(1x,f0.5)");
   for (double v : values) {
     ASSERT_EQ(f05(v) + "\n", fmt.write(FormatList(v))) << v;
     const auto f = static_cast<float>(v);
     ASSERT_EQ(f05(f) + "\n", fmt.write(FormatList(f))) << f;
-  }
-  for (std::int32_t v : {0, 1, -1, 42, INT32_MAX, INT32_MIN, -700}) {
-    std::string s;
-    append_i0(s, v);
-    EXPECT_EQ(s + "\n", ifmt.write(FormatList(v)));
   }
 }
 
 TEST(RegcovRecords, ColumnsClampingAndLineRules) {
   const std::vector<RegcovRange> r{{2, 100, 200, 2}};
   EXPECT_EQ(run_records(r, "7 150 3.5\n"), " 7 150 .00000 -1.11803 3.50000\n");
-  // Truncation: the value is 150 for the polynomial; the column keeps its own digits (the r4
-  // nearest to 150.9 is 150.899993896484375).
+  // Truncation to 150 for the polynomial; the column keeps the r4 digits of 150.9.
   EXPECT_EQ(run_records(r, "7 150.9 3.5\n"), " 7 150.89999 .00000 -1.11803 3.50000\n");
   // Clamping to the limits (sqrt(3) and sqrt(5) at x = -1 and 1); the column keeps its value.
   EXPECT_EQ(run_records(r, "1 50 9\n2 250 9\n3 -7 9\n"),
             " 1 50 -1.73205 2.23607 9\n 2 250 1.73205 2.23607 9\n 3 -7 -1.73205 2.23607 9\n");
   // Non-numeric items are 0, written as integers; a CRLF line end is removed; -0.0 is an integer.
   EXPECT_EQ(run_records(r, "abc 150 x1\r\n-0 150 -0.5\n"), " 0 150 .00000 -1.11803 0\n 0 150 .00000 -1.11803 -.50000\n");
-  // Integers beyond 2^24 lose digits through r4; beyond the 32-bit range they are written in
-  // fixed notation and count as the nearest 32-bit integer for the polynomial.
+  // Beyond 2^24 digits are lost; beyond 32 bits, fixed notation and the nearest 32-bit integer.
   EXPECT_EQ(run_records(r, "16777217 3000000000\n-2147483648 -3000000000\n1 2147483648\n"),
             " 16777216 3000000000.00000 1.73205 2.23607\n -2147483648 -3000000000.00000 -1.73205 2.23607\n"
             " 1 2147483648.00000 1.73205 2.23607\n");
-  // Equal limits give not-a-number and the record is written; limits the wrong way round clamp
-  // to the maximum first.
+  // Equal limits give not-a-number; limits the wrong way round clamp to the maximum first.
   EXPECT_EQ(run_records({{1, 100, 100, 2}}, "100 1\n5 2\n"), " 100 NaN NaN 1\n 5 NaN NaN 2\n");
   EXPECT_EQ(run_records({{1, 200, 100, 1}}, "150 1\n"), " 150 1.73205 1\n");
   // Two ranges on one column, and on the last column (the line ends after the first set).
   const std::vector<RegcovRange> same{{3, 0, 10, 1}, {3, 0, 20, 1}};
   EXPECT_EQ(run_records(same, "1 2 5 4\n") + run_records(same, "1 2 5\n"), " 1 2 5 .00000 -.86603 4\n 1 2 5 .00000\n");
-  // A position below the previous one writes no column for its range; the rest of the line is
-  // written from the last position on.
+  // A position below the previous one writes no column; the rest is written from the last one.
   EXPECT_EQ(run_records({{3, 0, 10, 1}, {1, 0, 10, 1}}, "1 2 5 4\n"), " 1 2 5 .00000 -1.38564 2 5 4\n");
   // No ranges: one-column records write nothing at all, blank lines too; longer ones are copied.
   EXPECT_EQ(run_records({}, "5\n\n1 2.5 3\n"), " 1 2.50000 3\n");
-  RegcovRecords loop({});
-  std::istringstream in("5\n\n1 2\n");
-  std::ostringstream out;
-  EXPECT_EQ(loop.run(in, out), 3);
   // No polynomials: the columns are still copied; on a one-column record the line still ends.
   EXPECT_EQ(run_records({{2, 0, 10, 0}}, "1 2 3\n") + run_records({{1, 0, 10, 0}}, "4\n") +
                 run_records({{1, 0, 10, -3}}, "4 5\n"),
             " 1 2 3\n 4\n 4 5\n");
   // One-column records with several ranges: each range ends a line.
   EXPECT_EQ(run_records({{1, 0, 10, 1}, {1, 0, 10, 1}}, "5\n"), " 5 .00000\n .00000\n");
-  // A line is cut at 255 characters, here in the middle of a number; the last line without a
-  // line end is a record; records of many items are copied whole.
+  // Lines cut at 255 characters; a last line without a line end; long records copied whole.
   EXPECT_EQ(run_records({}, "7" + std::string(249, ' ') + "123456789\n1 2"), " 7 12345\n 1 2\n");
   std::string line, expect = " 1 -1.38564";
   for (int i = 1; i <= 120; ++i) line += std::to_string(i % 10) + " ";
@@ -209,8 +172,7 @@ TEST(RegcovRecords, MoreThanAHundredPolynomialsBreakTheLine) {
   ASSERT_NE(nl, std::string::npos);
   EXPECT_EQ(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(nl), ' '), 101);
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
-  // Orders 1 to 4 at x = 0: 0 made 1e-12, -sqrt(5) / 2, 1e-12, 3 x 3 / 8. Orders above 31 are
-  // divided by 0 (2^j in 32 bits); from 101 on the binomials overflow too: inf / inf.
+  // Orders 1 to 4 at x = 0: 1e-12, -sqrt(5) / 2, 1e-12, 9 / 8; from 101 on inf / inf.
   EXPECT_TRUE(text.starts_with(" 5 .00000 -1.11803 .00000 1.12500 ")) << text;
   EXPECT_TRUE(text.ends_with("\n NaN NaN 1 2\n")) << text;
   const std::string hundred = run_records({{1, 0, 10, 100}}, "5 1\n");
@@ -266,11 +228,9 @@ TEST(RegcovProgram, DialogueFailures) {
   };
   const std::string eof = " *** error : end of input while reading the answers\n",
                     three = " *** error : the answer for range 1 must be three integers: min, max, # polynomials\n";
-  EXPECT_EQ(fails(""), eof);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n"), eof);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1 2\n1 10 2\n"), eof);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 abc 2\n"), three);
-  EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n1\n1 2.5 2\n"), three);
+  for (const char* a : {"", "prog_in3.txt\nprog_out3.txt\n", "prog_in3.txt\nprog_out3.txt\n1 2\n1 10 2\n"})
+    EXPECT_EQ(fails(a), eof) << a;
+  for (const char* a : {"1 abc 2", "1 2.5 2"}) EXPECT_EQ(fails(std::string("prog_in3.txt\nprog_out3.txt\n1\n") + a + "\n"), three);
   EXPECT_EQ(fails("prog_in3.txt\nprog_out3.txt\n2 0\n"), " *** error : position below 1 in the position line\n");
   EXPECT_EQ(fails("prog_in3.txt\nprog_in3.txt\n1\n"), " *** error : input and output are the same file: prog_in3.txt\n");
   EXPECT_EQ(read_file("prog_in3.txt"), "1 2\n");
