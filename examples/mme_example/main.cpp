@@ -9,6 +9,7 @@
 //   data: "y herd sex animal" per line (lines starting with # are skipped)
 //   pedigree: "animal sire dam" per line, 0 for an unknown parent, parents numbered first
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -17,7 +18,6 @@
 #include <string>
 #include <vector>
 
-#include <cmath>
 #include <mmekit/solvers/krylov.hpp>
 #include <mmekit/sparse/convert.hpp>
 #include <mmekit/sparse/hashm.hpp>

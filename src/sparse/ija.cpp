@@ -180,23 +180,31 @@ void HASHM_FULL_UPPER(sparse_hashm& target, const sparse_hashm& source) {
   });
 }
 
-RowStructureFault check_sparse_ija(const sparse_ija& a) {
+namespace {
+
+// What a row form promises beyond its structure: values for every element, and `nel` elements.
+RowStructureRules ija_rules(const sparse_ija& a) {
   RowStructureRules rules;
   rules.values = a.a.size();
   rules.elements = a.nel;
-  return check_row_structure(a.n, span_of(a.ia), span_of(a.ja), rules);
+  return rules;
+}
+
+}  // namespace
+
+RowStructureFault check_sparse_ija(const sparse_ija& a) {
+  return check_row_structure(a.n, span_of(a.ia), span_of(a.ja), ija_rules(a));
 }
 
 void require_sparse_ija(std::string_view who, const sparse_ija& a) {
-  if (const RowStructureFault f = check_sparse_ija(a)) stop(std::string(who) + ": " + describe(f));
+  require_row_structure(who, a.n, span_of(a.ia), span_of(a.ja), ija_rules(a));
 }
 
 void hash_from_ija(sparse_hashm& target, const sparse_ija& source) {
   require_sparse_ija("hash_from_ija", source);
-  const sparse_ija* src = &source;
   init_sparse_hashm(target, source.n);
-  for (std::int32_t i = 1; i <= src->n; ++i)
-    for (std::int32_t k = src->ia(i); k < src->ia(i + 1); ++k) addm_sparse_hashm(src->a(k), i, src->ja(k), target);
+  for (std::int32_t i = 1; i <= source.n; ++i)
+    for (std::int32_t k = source.ia(i); k < source.ia(i + 1); ++k) addm_sparse_hashm(source.a(k), i, source.ja(k), target);
 }
 
 void ija_from_hash(sparse_ija& target, const sparse_hashm& source) { CONVERT_HASH_IJA(target, source); }
