@@ -12,7 +12,8 @@
 // and numerical factorisation, solution, determinants, sparse inversion, state objects and
 // files, multiplications) are entries of the step table `skelda_steps()`; until a step is
 // installed there, a task that needs it ends with status `kSkeldaStepMissing`, whose text is
-// the unknown-error line.
+// the unknown-error line. The table comes with the steps of tasks 50, 54, 55, 90 and 100
+// (solve.hpp); task 56 needs no step.
 #pragma once
 
 #include <cstdint>
