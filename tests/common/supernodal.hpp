@@ -6,7 +6,7 @@
 // The usual round: pick a structure, draw a factor L on it (random_factor_on), form the dense
 // matrix A = L L' (dense_product), let LAPACK factorise A (lapack_cholesky; its L equals the
 // drawn one to rounding), store that into lnz and check a kernel against dense algebra on A.
-// Link mmekit_skelda and mmekit_dense.
+// Link mmekit_skelda, mmekit_dense and mmekit_sparse.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,6 +20,7 @@
 #include "mmekit/dense/dense.hpp"
 #include "mmekit/skelda/layout.hpp"
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/sparse/ija.hpp"
 #include "mmekit/support/array.hpp"
 
 namespace mmekit::test {
@@ -121,7 +122,7 @@ inline densem random_factor_on(const HandFactor& h, unsigned seed) {
   return l;
 }
 
-// a b', with b given as its transpose's factor: dense_product(l, l) is L L'.
+// a b' by definition: dense_product(l, l) is L L'.
 inline densem dense_product(const densem& a, const densem& b) {
   const std::int64_t n = a.order();
   densem c(n, 0.0);
@@ -150,11 +151,51 @@ inline densem ldl_of_cholesky(densem l) {
   return l;
 }
 
-// x with dense a: A x by definition.
-inline Array1<double> dense_times(const densem& a, const Array1<double>& x) {
-  Array1<double> y(a.order(), 0.0);
-  for (std::int64_t j = 1; j <= a.order(); ++j)
-    for (std::int64_t i = 1; i <= a.order(); ++i) y(i) += a(i, j) * x(j);
+// The upper triangle of a dense symmetric matrix as skeldatask takes it (diagonal first in
+// each row, every diagonal present, zero off-diagonal elements left out), and back.
+inline sparse_ija upper_ija(const densem& d) {
+  sparse_ija m;
+  m.n = static_cast<std::int32_t>(d.order());
+  std::vector<std::int32_t> ja;
+  std::vector<double> a;
+  m.ia = Array1<std::int32_t>(m.n + 1);
+  for (std::int32_t i = 1; i <= m.n; ++i) {
+    m.ia(i) = static_cast<std::int32_t>(ja.size() + 1);
+    for (std::int32_t j = i; j <= m.n; ++j)
+      if (j == i || d(i, j) != 0.0) ja.push_back(j), a.push_back(d(i, j));
+  }
+  m.nel = static_cast<std::int32_t>(ja.size());
+  m.ia(m.n + 1) = m.nel + 1;
+  m.ja = Array1<std::int32_t>(m.nel);
+  m.a = Array1<double>(m.nel);
+  for (std::int32_t k = 1; k <= m.nel; ++k) m.ja(k) = ja[k - 1], m.a(k) = a[k - 1];
+  return m;
+}
+inline densem dense_of(const sparse_ija& m) {
+  densem d(m.n, 0.0);
+  for (std::int32_t i = 1; i <= m.n; ++i)
+    for (std::int32_t k = m.ia(i); k < m.ia(i + 1); ++k) {
+      d(i, m.ja(k)) += m.a(k);
+      if (m.ja(k) != i) d(m.ja(k), i) += m.a(k);
+    }
+  return d;
+}
+
+// n-by-k values uniform in (-2, 2); the same seed gives the same values.
+inline Array2<double> random_columns(std::int64_t n, std::int64_t k, unsigned seed) {
+  std::mt19937 g(seed);
+  std::uniform_real_distribution<double> u(-2.0, 2.0);
+  Array2<double> b(n, k);
+  for (double& v : b.vec()) v = u(g);
+  return b;
+}
+
+// A X for dense A, column by column.
+inline Array2<double> dense_times(const densem& a, const Array2<double>& x) {
+  Array2<double> y(a.order(), x.cols(), 0.0);
+  for (std::int64_t c = 1; c <= x.cols(); ++c)
+    for (std::int64_t j = 1; j <= a.order(); ++j)
+      for (std::int64_t i = 1; i <= a.order(); ++i) y(i, c) += a(i, j) * x(j, c);
   return y;
 }
 
