@@ -3,9 +3,9 @@
 #include "mmekit/skelda/solve.hpp"
 
 #include <cmath>
-#include <limits>
 #include <new>
 
+#include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/stop.hpp"
 
@@ -216,22 +216,14 @@ void ensure_initialised() {
   if (skelda_state.first_use) skelda_init();
 }
 
-// The layout of the factor in the state, when its arrays are there.
+// The layout of the factor in the state, when its arrays are there and agree with the counts
+// of iparm and with lnz.
 bool state_layout(Sx2Layout& l) {
   const SkeldaState& s = skelda_state;
-  const std::int64_t n = s.iparm(kN), nsn = s.iparm(kNsn);
-  if (n < 0 || nsn < 0 || n > std::numeric_limits<std::int32_t>::max() || nsn > n) return false;
-  l.n = static_cast<std::int32_t>(n);
-  l.nsn = static_cast<std::int32_t>(nsn);
-  l.panel = s.iparm(kPanelSize);
-  if (nsn == 0) return n == 0;
-  if (!s.xsuper || !s.xlindx || !s.lindx || !s.xlnz || !s.lnz) return false;
-  l.xsuper = &*s.xsuper;
-  l.snode = s.snode ? &*s.snode : nullptr;
-  l.xlindx = &*s.xlindx;
-  l.lindx = &*s.lindx;
-  l.xlnz = &*s.xlnz;
-  return sx2_factor_fits(l, s.lnz->size());
+  l = skelda_layout();
+  if (s.iparm(kN) != l.n || s.iparm(kNsn) != l.nsn) return false;
+  if (l.nsn == 0) return l.n == 0;
+  return s.lnz && sx2_factor_fits(l, s.lnz->size());
 }
 
 // What the solve and the products need beyond the layout: the permutation with all values in
