@@ -25,6 +25,30 @@
 
 namespace mmekit::test {
 
+// Position in lnz of element (r, c) of the factor (global, permuted numbering, r >= c), or 0
+// when the structure has no room for it.
+inline std::int64_t factor_position(const Sx2Layout& l, std::int32_t r, std::int32_t c) {
+  const std::int32_t s = (*l.snode)(c);
+  const std::int64_t f = l.first(s), w = l.width(s);
+  if (r < f + w) return l.diag_position(s, r - f + 1, c - f + 1);
+  for (std::int64_t k = (*l.xlindx)(s); k < (*l.xlindx)(s + 1); ++k)
+    if ((*l.lindx)(k) == r) return l.below_position(s, k - (*l.xlindx)(s), c - f + 1);
+  return 0;
+}
+
+// Stores the lower triangle of the dense factor `f` (n x n, permuted numbering) into lnz.
+// Elements that the structure has no room for must be below `tol` in magnitude.
+inline void store_factor(const Sx2Layout& l, Array1<double>& lnz, const densem& f, double tol = 1e-10) {
+  for (std::int32_t c = 1; c <= l.n; ++c)
+    for (std::int32_t r = c; r <= l.n; ++r) {
+      const std::int64_t p = factor_position(l, r, c);
+      if (p > 0)
+        lnz(p) = f(r, c);
+      else
+        EXPECT_LE(std::abs(f(r, c)), tol) << "element (" << r << ", " << c << ") outside the structure";
+    }
+}
+
 struct HandFactor {
   std::int32_t n = 0, nsn = 0;
   std::int64_t panel = 256;
@@ -44,17 +68,7 @@ struct HandFactor {
     l.xlnz = &xlnz;
     return l;
   }
-  // Position in lnz of element (r, c) of the factor (global, permuted numbering, r >= c), or 0
-  // when the structure has no room for it.
-  std::int64_t position(std::int32_t r, std::int32_t c) const {
-    const Sx2Layout l = layout();
-    const std::int32_t s = snode(c);
-    const std::int64_t f = l.first(s), w = l.width(s);
-    if (r < f + w) return l.diag_position(s, r - f + 1, c - f + 1);
-    for (std::int64_t k = xlindx(s); k < xlindx(s + 1); ++k)
-      if (lindx(k) == r) return l.below_position(s, k - xlindx(s), c - f + 1);
-    return 0;
-  }
+  std::int64_t position(std::int32_t r, std::int32_t c) const { return factor_position(layout(), r, c); }
 };
 
 // The structure: `firsts` the first column of each supernode (ascending, starting at 1),
@@ -88,18 +102,7 @@ inline HandFactor hand_structure(std::int32_t n, const std::vector<std::int32_t>
   return h;
 }
 
-// Stores the lower triangle of the dense factor `l` (n x n, permuted numbering) into lnz.
-// Elements that the structure has no room for must be below `tol` in magnitude.
-inline void store_factor(HandFactor& h, const densem& l, double tol = 1e-10) {
-  for (std::int32_t c = 1; c <= h.n; ++c)
-    for (std::int32_t r = c; r <= h.n; ++r) {
-      const std::int64_t p = h.position(r, c);
-      if (p > 0)
-        h.lnz(p) = l(r, c);
-      else
-        EXPECT_LE(std::abs(l(r, c)), tol) << "element (" << r << ", " << c << ") outside the structure";
-    }
-}
+inline void store_factor(HandFactor& h, const densem& f, double tol = 1e-10) { store_factor(h.layout(), h.lnz, f, tol); }
 
 // The factor in lnz as a dense lower triangle (zero above and outside the structure).
 inline densem read_factor(const HandFactor& h) {
