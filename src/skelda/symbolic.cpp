@@ -429,6 +429,7 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
       }
       say("   |Sm|     =", root_width);
       say("   max|Sj|  =", inner_width);
+      // The most children of any supernode, then of any root.
       say("   max_kids =", kids_max);
       say("   max_kids =", root_kids_max);
     }
