@@ -50,6 +50,14 @@ inline constexpr std::int32_t kSkeldaOverflow = 90;
 // A task needs a step that is not installed in `skelda_steps()`.
 inline constexpr std::int32_t kSkeldaStepMissing = 99;
 
+// Switches of the library's own, beyond the parameter words: the full reset (task 0) and the
+// parameter entries leave them as they are.
+struct SkeldaSwitches {
+  // Symbolic factorisation merges small supernodes into their parents at the price of a few
+  // explicit zeros (off: only exactly nested columns share a supernode).
+  bool relaxed_amalgamation = false;
+};
+
 struct SkeldaState {
   bool first_use = true;           // set at program start; the first entry initialises
   std::int64_t parameter_count = 0;
@@ -62,6 +70,7 @@ struct SkeldaState {
   std::optional<Array1<std::int32_t>> lindx;
   std::optional<Array1<double>> lnz;
   std::optional<Array1<std::int32_t>> cflag;
+  SkeldaSwitches switches;
 
   std::int64_t& stage() { return iparm(kStage); }
 };
