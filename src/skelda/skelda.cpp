@@ -6,6 +6,7 @@
 #include <sstream>
 #include <vector>
 
+#include "mmekit/skelda/numeric.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 #include "mmekit/support/row_structure.hpp"
@@ -107,7 +108,11 @@ std::int32_t run_step(const SkeldaStep& step, std::int32_t task, const SkeldaArg
 }  // namespace
 
 SkeldaSteps& skelda_steps() {
-  static SkeldaSteps steps;
+  static SkeldaSteps steps = [] {
+    SkeldaSteps t;
+    t.numfac = skelda_numfac_step;
+    return t;
+  }();
   return steps;
 }
 

@@ -8,8 +8,9 @@
 //   std::int32_t st = 0, verbose = 2;
 //   skeldatask(10, {.neq = &n, .ia = &ia, .ja = &ja, .verbose = &verbose, .status = &st});
 //
-// Tasks 0 to 7, 10, 11, 12 and 80 are complete here. The steps of the later tasks (symbolic
-// and numerical factorisation, solution, determinants, sparse inversion, state objects and
+// Tasks 0 to 7, 10, 11, 12 and 80 are complete here, and the numerical factorisation step
+// (numeric.hpp) is installed. The steps of the other later tasks (symbolic factorisation,
+// solution, determinants, sparse inversion, state objects and
 // files, multiplications) are entries of the step table `skelda_steps()`; until a step is
 // installed there, a task that needs it ends with status `kSkeldaStepMissing`, whose text is
 // the unknown-error line.
