@@ -448,22 +448,27 @@ double supernodal_logdet(const Sx2Layout& layout, const Array1<double>& lnz, std
   return sum;
 }
 
-Sx2Layout skelda_layout() {
+// ---------------------------------------------------------------------------------------------
+// The task.
+
+namespace {
+
+// The storage map of the factor held in skelda_state.
+Sx2Layout state_layout() {
   SkeldaState& s = skelda_state;
   Sx2Layout l;
   l.n = static_cast<std::int32_t>(s.iparm(kN));
   l.nsn = static_cast<std::int32_t>(s.iparm(kNsn));
   l.panel = s.iparm(kPanelSize);
-  l.xsuper = s.xsuper ? &*s.xsuper : nullptr;
-  l.snode = s.snode ? &*s.snode : nullptr;
-  l.xlindx = s.xlindx ? &*s.xlindx : nullptr;
-  l.lindx = s.lindx ? &*s.lindx : nullptr;
-  l.xlnz = s.xlnz ? &*s.xlnz : nullptr;
+  l.xsuper = &*s.xsuper;
+  l.snode = &*s.snode;
+  l.xlindx = &*s.xlindx;
+  l.lindx = &*s.lindx;
+  l.xlnz = &*s.xlnz;
   return l;
 }
 
-// ---------------------------------------------------------------------------------------------
-// The task.
+}  // namespace
 
 std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,
                            const Array1<double>& a, std::int32_t& rank, double* logdet, std::int32_t verbose) {
@@ -480,7 +485,7 @@ std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, con
   const double tol_rel = s.rparm(10), tol_abs = s.rparm(11);
   Stopwatch clock;
   std::int32_t status = 5;
-  const Sx2Layout layout = skelda_layout();
+  const Sx2Layout layout = state_layout();
   Array1<std::int32_t>& cflag = *s.cflag;
   if (s.iparm(kConstraintsGiven) < 1) cflag.fill(0);
   if (s.iparm(kNoLoad) < 1) {

@@ -99,9 +99,6 @@ void ldl_from_cholesky(const Sx2Layout& layout, Array1<double>& lnz, const Skeld
 // (factor_type 1). Pivots that are not above 0 add nothing.
 double supernodal_logdet(const Sx2Layout& layout, const Array1<double>& lnz, std::int64_t factor_type);
 
-// The layout view of skelda_state's arrays (the symbolic structure must be there).
-Sx2Layout skelda_layout();
-
 // The numerical factorisation task on skelda_state. Returns the status; `rank` receives the
 // rank, `logdet` the log-determinant when iparm(14) asks for it.
 std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,

@@ -530,6 +530,20 @@ namespace {
 
 using mmekit::skeldatask;
 
+mmekit::Sx2Layout state_layout() {
+  mmekit::SkeldaState& s = mmekit::skelda_state;
+  mmekit::Sx2Layout l;
+  l.n = static_cast<std::int32_t>(s.iparm(mmekit::kN));
+  l.nsn = static_cast<std::int32_t>(s.iparm(mmekit::kNsn));
+  l.panel = s.iparm(mmekit::kPanelSize);
+  l.xsuper = &*s.xsuper;
+  l.snode = &*s.snode;
+  l.xlindx = &*s.xlindx;
+  l.lindx = &*s.lindx;
+  l.xlnz = &*s.xlnz;
+  return l;
+}
+
 void set_param(std::int32_t index, std::int64_t value) {
   std::int64_t v = value;
   skeldatask(2, {.parnum = &index, .parval8 = &v});
@@ -597,7 +611,7 @@ TEST(SkeldaNumericTask, FactorisesTheMme) {
   skeldatask(7, {.getc = &getc, .status = &st});
   EXPECT_EQ(getc(1), 5);
   for (std::int32_t i = 2; i <= n; ++i) EXPECT_EQ(getc(i), 0);
-  const mmekit::Sx2Layout l = mmekit::skelda_layout();
+  const mmekit::Sx2Layout l = state_layout();
   const std::int32_t c1 = (*s.iperm)(1);
   EXPECT_EQ((*s.lnz)(l.diag_position((*s.snode)(c1), c1 - l.first((*s.snode)(c1)) + 1,
                                      c1 - l.first((*s.snode)(c1)) + 1)),
@@ -654,7 +668,7 @@ TEST(SkeldaNumericTask, StatusesAndNoLoad) {
   skeldatask(1);
   set_param(mmekit::kKachman, 0);
   set_param(mmekit::kLogdetOnFactor, 1);
-  const mmekit::Sx2Layout l = mmekit::skelda_layout();
+  const mmekit::Sx2Layout l = state_layout();
   mmekit::SkeldaState& s = mmekit::skelda_state;
   for (std::int32_t k = 1; k <= l.nsn; ++k)
     for (std::int64_t c = 1; c <= l.width(k); ++c) (*s.lnz)(l.diag_position(k, c, c)) = 1.0;
