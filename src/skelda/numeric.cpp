@@ -306,6 +306,29 @@ struct Factoriser {
     const auto& g = walk.gather;
     auto local = [&](std::int64_t i) { return w + m - 1 - g[static_cast<std::size_t>(i)]; };
 
+    if (r * nj * wk <= opt.small_update) {
+      // A small update costs less written out than as dense calls.
+      const std::int64_t nbk = panel ? sx2_blocks(w, L.panel) : 0, p = L.panel;
+      for (std::int64_t jj = 0; jj < nj; ++jj) {
+        const std::int64_t tc = local(jj);
+        std::int64_t dbase = 0, bbase = 0;
+        if (panel) {
+          const std::int64_t jb = tc / p + 1;
+          dbase = bbase = base + sx2_block_column_offset(jb, nbk, p) + (nbk - jb + 1) * p * (tc - (jb - 1) * p) -
+                          (jb - 1) * p;
+        } else {
+          dbase = base + tc * w;
+          bbase = base + w * w + tc * m - w;
+        }
+        for (std::int64_t ii = jj; ii < r; ++ii) {
+          double sum = 0;
+          for (std::int64_t q = 0; q < wk; ++q) sum += src[ii + q * mk] * src[jj + q * mk];
+          const std::int64_t i = local(ii);
+          x[(i < w ? dbase : bbase) + i] -= sum;
+        }
+      }
+      return;
+    }
     if (!panel && walk.contiguous(r)) {
       // Rows of k are consecutive rows of j: straight into the factor.
       const std::int64_t i0 = local(0);

@@ -75,6 +75,10 @@ struct SnllOptions {
   double tol_abs = 0, tol_rel = 0;
   std::int64_t block_alt = 256;  // block size of the dense dependent-column kernel
   std::int64_t tmp_words = 0;    // size of `tmp`, from `snll_simulate`
+  // Updates of at most this many multiply-adds (rows times target columns times source
+  // columns) are written out instead of going through the dense routines; 0 sends all of them
+  // through the routines.
+  std::int64_t small_update = 512;
 };
 
 // Left-looking supernodal factorisation of `lnz` in place. With `kachman`, a lost column gets
