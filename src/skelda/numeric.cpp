@@ -272,6 +272,61 @@ void kachman_dense(std::int64_t n, double* a, std::int64_t lda, double tol_abs, 
   }
 }
 
+namespace {
+
+// Factorises the diagonal block of a normal-form supernode and solves the rows below it.
+bool factor_normal(const Sx2Layout& L, std::int32_t j, double* x, Array1<std::int32_t>& cflag,
+                   const SnllOptions& opt, const SkeldaBlas& blas, double* diag0, std::int64_t& nlost) {
+  const std::int64_t w = L.width(j), m = L.rows_below(j), f = L.first(j);
+  double* d = x + (*L.xlnz)(j) - 1;
+  if (opt.kachman) {
+    for (std::int64_t t = 0; t < w; ++t) diag0[t] = d[t + t * w];
+    kachman_dense(w, d, w, opt.tol_abs, opt.tol_rel, nlost, diag0, &cflag(f), opt.block_alt, blas);
+  } else if (blas.dpotrf('L', bi(w), d, bi(w)) != 0) {
+    return false;
+  }
+  if (m > 0) blas.dtrsm('R', 'L', 'T', 'N', bi(m), bi(w), 1.0, d, bi(w), d + w * w, bi(m));
+  return true;
+}
+
+// A panel-form root, block column by block column: the updates from the block columns before
+// it (DSYRK on the diagonal block, DGEMM below), the dense factorisation of its diagonal block
+// and the triangular solve of the rows below. Padding rows and columns are never touched.
+bool factor_panel(const Sx2Layout& L, std::int32_t j, double* x, Array1<std::int32_t>& cflag,
+                  const SnllOptions& opt, const SkeldaBlas& blas, double* diag0, std::int64_t& nlost) {
+  const std::int64_t w = L.width(j), f = L.first(j), p = L.panel, nb = sx2_blocks(w, p);
+  double* base = x + (*L.xlnz)(j) - 1;
+  if (opt.kachman)
+    for (std::int64_t t = 1; t <= w; ++t) diag0[t - 1] = base[sx2_panel_offset(t, t, nb, p)];
+  for (std::int64_t jb = 1; jb <= nb; ++jb) {
+    const std::int64_t c0 = (jb - 1) * p, wj = std::min(p, w - c0), below = w - c0 - wj;
+    const std::int64_t ldj = (nb - jb + 1) * p;
+    double* pj = base + sx2_block_column_offset(jb, nb, p);
+    for (std::int64_t kb = 1; kb < jb; ++kb) {
+      const std::int64_t ldk = (nb - kb + 1) * p;
+      const double* pk = base + sx2_block_column_offset(kb, nb, p) + (jb - kb) * p;
+      blas.dsyrk('L', 'N', bi(wj), bi(p), -1.0, pk, bi(ldk), 1.0, pj, bi(ldj));
+      if (below > 0)
+        blas.dgemm('N', 'T', bi(below), bi(wj), bi(p), -1.0, pk + p, bi(ldk), pk, bi(ldk), 1.0, pj + p, bi(ldj));
+    }
+    if (opt.kachman) {
+      kachman_dense(wj, pj, ldj, opt.tol_abs, opt.tol_rel, nlost, diag0 + c0, &cflag(f + c0), opt.block_alt, blas);
+    } else if (blas.dpotrf('L', bi(wj), pj, bi(ldj)) != 0) {
+      return false;
+    }
+    if (below > 0) blas.dtrsm('R', 'L', 'T', 'N', bi(below), bi(wj), 1.0, pj, bi(ldj), pj + p, bi(ldj));
+  }
+  return true;
+}
+
+}  // namespace
+
+bool snll_factor_supernode(const Sx2Layout& layout, std::int32_t s, double* lnz, Array1<std::int32_t>& cflag,
+                           const SnllOptions& options, const SkeldaBlas& blas, double* diag0, std::int64_t& nlost) {
+  return layout.panel_form(s) ? factor_panel(layout, s, lnz, cflag, options, blas, diag0, nlost)
+                              : factor_normal(layout, s, lnz, cflag, options, blas, diag0, nlost);
+}
+
 // ---------------------------------------------------------------------------------------------
 // The left-looking factorisation.
 
@@ -367,49 +422,6 @@ struct Factoriser {
     }
   }
 
-  // Factorises the diagonal block of a normal-form supernode and solves the rows below it.
-  bool factor_normal(std::int32_t j) {
-    const std::int64_t w = L.width(j), m = L.rows_below(j), f = L.first(j);
-    double* d = x + (*L.xlnz)(j) - 1;
-    if (opt.kachman) {
-      for (std::int64_t t = 0; t < w; ++t) diag0[static_cast<std::size_t>(t)] = d[t + t * w];
-      kachman_dense(w, d, w, opt.tol_abs, opt.tol_rel, nlost, diag0.data(), &cflag(f), opt.block_alt, blas);
-    } else if (blas.dpotrf('L', bi(w), d, bi(w)) != 0) {
-      return false;
-    }
-    if (m > 0) blas.dtrsm('R', 'L', 'T', 'N', bi(m), bi(w), 1.0, d, bi(w), d + w * w, bi(m));
-    return true;
-  }
-
-  // A panel-form root, block column by block column.
-  bool factor_panel(std::int32_t j) {
-    const std::int64_t w = L.width(j), f = L.first(j), p = L.panel, nb = sx2_blocks(w, p);
-    double* base = x + (*L.xlnz)(j) - 1;
-    if (opt.kachman)
-      for (std::int64_t t = 1; t <= w; ++t)
-        diag0[static_cast<std::size_t>(t - 1)] = base[sx2_panel_offset(t, t, nb, p)];
-    for (std::int64_t jb = 1; jb <= nb; ++jb) {
-      const std::int64_t c0 = (jb - 1) * p, wj = std::min(p, w - c0), below = w - c0 - wj;
-      const std::int64_t ldj = (nb - jb + 1) * p;
-      double* pj = base + sx2_block_column_offset(jb, nb, p);
-      for (std::int64_t kb = 1; kb < jb; ++kb) {
-        const std::int64_t ldk = (nb - kb + 1) * p;
-        const double* pk = base + sx2_block_column_offset(kb, nb, p) + (jb - kb) * p;
-        blas.dsyrk('L', 'N', bi(wj), bi(p), -1.0, pk, bi(ldk), 1.0, pj, bi(ldj));
-        if (below > 0)
-          blas.dgemm('N', 'T', bi(below), bi(wj), bi(p), -1.0, pk + p, bi(ldk), pk, bi(ldk), 1.0, pj + p, bi(ldj));
-      }
-      if (opt.kachman) {
-        kachman_dense(wj, pj, ldj, opt.tol_abs, opt.tol_rel, nlost, diag0.data() + c0, &cflag(f + c0), opt.block_alt,
-                      blas);
-      } else if (blas.dpotrf('L', bi(wj), pj, bi(ldj)) != 0) {
-        return false;
-      }
-      if (below > 0) blas.dtrsm('R', 'L', 'T', 'N', bi(below), bi(wj), 1.0, pj, bi(ldj), pj + p, bi(ldj));
-    }
-    return true;
-  }
-
   std::int32_t run() {
     for (std::int32_t j = 1; j <= L.nsn; ++j) {
       walk.set_relidx(j);
@@ -421,8 +433,7 @@ struct Factoriser {
         walk.advance(k, r, nj);
         k = next;
       }
-      const bool ok = L.panel_form(j) ? factor_panel(j) : factor_normal(j);
-      if (!ok) return 8;
+      if (!snll_factor_supernode(L, j, x, cflag, opt, blas, diag0.data(), nlost)) return 8;
       walk.finish(j);
     }
     return kSkeldaOk;

@@ -87,6 +87,14 @@ struct SnllOptions {
 std::int32_t snll_factor(const Sx2Layout& layout, Array1<double>& lnz, Array1<std::int32_t>& cflag,
                          const SnllOptions& options, const SkeldaBlas& blas, std::int64_t& rank);
 
+// The factorisation of supernode s once every update from other supernodes has arrived: its
+// diagonal block (DPOTRF, or the dependent-column kernel with `diag0` as work of the widest
+// supernode, lost columns counted in `nlost` and flagged in `cflag`), and the rows below it by
+// DTRSM; a panel-form root block column by block column. `lnz` points at the first value.
+// Returns false when DPOTRF reports failure.
+bool snll_factor_supernode(const Sx2Layout& layout, std::int32_t s, double* lnz, Array1<std::int32_t>& cflag,
+                           const SnllOptions& options, const SkeldaBlas& blas, double* diag0, std::int64_t& nlost);
+
 // The dense kernel with the detection of dependent columns on the n-by-n lower triangle of
 // `a` (leading dimension lda). `diag0` holds the diagonal values before the elimination,
 // `lostflag` receives -1 for each lost column (others untouched); `nlost` is increased by the
