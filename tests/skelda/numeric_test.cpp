@@ -17,6 +17,7 @@
 #include "common/spd.hpp"
 #include "common/stop.hpp"
 #include "mmekit/dense/blas.hpp"
+#include "mmekit/skelda/multifrontal.hpp"
 #include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/skelda.hpp"
 #include "mmekit/support/free_format.hpp"
@@ -677,6 +678,193 @@ TEST(SkeldaNumericTask, StatusesAndNoLoad) {
   EXPECT_EQ(mmekit::skelda_numfac(n, p.ia, p.ja, p.a, rank, nullptr, 0), 10);
   EXPECT_EQ(s.stage(), 30);  // the factor itself was made
   skeldatask(0);
+}
+
+}  // namespace
+
+namespace {
+
+// The multifrontal factor of the loaded matrix.
+Factored factorise_mf(const mmekit::sparse_ija& p, const Array1<std::int32_t>& iperm, const mmekit::MfOptions& opt,
+                      std::int64_t panel = 256, std::int64_t split = 2147483647, std::int32_t verbose = 0) {
+  Factored f;
+  f.s = skelda_test::reference_sx2(p.n, p.ia, p.ja, iperm, panel, split);
+  f.lnz = Array1<double>(f.s.lx_size, 0.0);
+  f.cflag = Array1<std::int32_t>(p.n, 0);
+  EXPECT_EQ(mmekit::load_matrix(p.n, p.ia, p.ja, p.a, iperm, f.s.layout(), f.lnz, f.cflag), 0);
+  f.status = mmekit::supernodal_sx2_mf_omp_v1(f.s.layout(), f.s.snparent, f.lnz, f.cflag, opt,
+                                              mmekit::default_skelda_blas(), f.rank, verbose);
+  return f;
+}
+
+// The multifrontal factor equals the left-looking one to rounding: regular and singular
+// matrices, both update variants, panel roots, cut supernodes, L and LDL.
+TEST(SkeldaMultifrontal, EqualsLeftLooking) {
+  std::vector<mmekit::sparse_ija> cases = {upper_ija(mmekit::test::random_spd(60, 0.06, 3)),
+                                           skelda_test::grid2d(7, 6), skelda_test::disconnected(),
+                                           mmekit::test::small_mme(100, 7).ija};
+  for (std::size_t k = 0; k < cases.size(); ++k) {
+    const mmekit::sparse_ija& p = cases[k];
+    const bool singular = k == 3;
+    const Array1<std::int32_t> iperm = random_iperm(p.n, 30 + static_cast<unsigned>(k));
+    for (const std::int64_t panel : {256, 4})
+      for (const std::int64_t split : {2147483647, 3})
+        for (const int variant : {1, 2})
+          for (const bool ldl : {false, true}) {
+            SCOPED_TRACE("case " + std::to_string(k) + " p=" + std::to_string(panel) + " T=" + std::to_string(split) +
+                         " variant=" + std::to_string(variant) + " ldl=" + std::to_string(ldl));
+            mmekit::SnllOptions lo;
+            lo.kachman = true;
+            lo.ldl = ldl;
+            lo.tol_abs = lo.tol_rel = 1e-10;
+            mmekit::MfOptions mo;
+            mo.kachman = singular || ldl;  // the plain route where the matrix allows it
+            lo.kachman = mo.kachman;
+            mo.ldl = ldl;
+            mo.tol_abs = mo.tol_rel = 1e-10;
+            mo.variant = variant;
+            Factored a = factorise(p, iperm, lo, panel, split);
+            Factored b = factorise_mf(p, iperm, mo, panel, split);
+            ASSERT_EQ(a.status, 0);
+            ASSERT_EQ(b.status, 0);
+            EXPECT_EQ(a.rank, b.rank);
+            EXPECT_EQ(b.rank, singular ? p.n - 1 : p.n);
+            EXPECT_EQ(a.cflag, b.cflag);
+            const densem la = read_factor(a.s, a.lnz), lb = read_factor(b.s, b.lnz);
+            EXPECT_LT(max_diff(la, lb), 1e-9);
+            if (!singular && !ldl) {
+              EXPECT_LT(max_diff(lb, lapack_cholesky(permuted(dense_of(p), iperm))), 1e-11);
+            }
+          }
+  }
+  // A singular matrix without the detection fails in the dense factorisation.
+  const mmekit::sparse_ija mme = mmekit::test::small_mme(100, 7).ija;
+  EXPECT_EQ(factorise_mf(mme, identity(mme.n), {}).status, 8);
+}
+
+// The messages: the simulation and its sizes, the roots, the timers, the trace, and the stops
+// for a job list that misses supernodes and for a child row its parent does not hold.
+TEST(SkeldaMultifrontal, MessagesAndSimulation) {
+  // The arrow: supernodes {1}, {2} with row 4 below, root {3, 4}. Two updates of 1 by 1 are on
+  // the stack at once.
+  densem d(4, 0.0);
+  for (std::int64_t i = 1; i <= 4; ++i) d(i, i) = 10 + i;
+  for (std::int64_t i = 1; i <= 3; ++i) d(i, 4) = d(4, i) = -i;
+  const mmekit::sparse_ija p = upper_ija(d);
+  Sx2Structure s = skelda_test::reference_sx2(4, p.ia, p.ja, identity(4));
+  ASSERT_EQ(s.nsn, 3);
+  EXPECT_EQ(mmekit::mf_job_list(3, s.snparent), (std::vector<std::int32_t>{1, 2, 3}));
+  mmekit::CaptureOutput cap;
+  const mmekit::MfMemory mem = mmekit::supernodal_sx2_mf_simulate(s.layout(), s.snparent, 3);
+  EXPECT_EQ(mem.mem_c, 1);
+  EXPECT_EQ(mem.mem_u, 2);
+  EXPECT_EQ(mem.mem_uidx, 2);
+  EXPECT_EQ(mem.mem_extd, 1);
+  EXPECT_EQ(mem.max_mem, 1 + 2 + (2 + 1 + 1) / 2);
+  const double mb8 = 8.0 / 1048576.0, mb4 = 4.0 / 1048576.0;
+  EXPECT_EQ(cap.text(), "simulation: supernodal_sx2_mf_omp_v1()\nnworkers= 1\n"
+                        "memC    (size, MB)=" + mmekit::free_format(1, mb8) + "\n" +
+                        "memU    (size, MB)=" + mmekit::free_format(2, 2 * mb8) + "\n" +
+                        "memUIDX (size, MB)=" + mmekit::free_format(2, 2 * mb4) + "\n" +
+                        "memEXTD (size, MB)=" + mmekit::free_format(1, mb4) + "\n");
+  // Job list of a forest: children before parents, roots ascending.
+  EXPECT_EQ(mmekit::mf_job_list(5, mmekit::test::ints({3, 3, 0, 5, 0})), (std::vector<std::int32_t>{1, 2, 3, 4, 5}));
+  EXPECT_EQ(mmekit::mf_job_list(5, mmekit::test::ints({5, 4, 4, 5, 0})), (std::vector<std::int32_t>{1, 2, 3, 4, 5}));
+  EXPECT_EQ(mmekit::mf_job_list(4, mmekit::test::ints({4, 3, 4, 0})), (std::vector<std::int32_t>{1, 2, 3, 4}));
+  mmekit::test::expect_stop([] { mmekit::mf_job_list(3, mmekit::test::ints({2, 1, 0})); },
+                            "ERROR: The joblist does not capture all nodes.");
+  mmekit::test::expect_stop([] { mmekit::mf_job_list(2, mmekit::test::ints({0, 7})); },
+                            "ERROR: The joblist does not capture all nodes.");
+
+  // The run at verbosity 3: the variant, two roots (the arrow and a lone column), the summary.
+  densem e(5, 0.0);
+  for (std::int64_t i = 1; i <= 4; ++i)
+    for (std::int64_t j = 1; j <= 4; ++j) e(i, j) = d(i, j);
+  e(5, 5) = 3;
+  const mmekit::sparse_ija q = upper_ija(e);
+  cap.clear();
+  Factored f = factorise_mf(q, identity(5), {.variant = 2}, 256, 2147483647, 3);
+  ASSERT_EQ(f.status, 0);
+  EXPECT_LT(max_diff(read_factor(f.s, f.lnz), lapack_cholesky(e)), 1e-13);
+  const std::string t = cap.text();
+  EXPECT_EQ(t.rfind("VARIANT 2 ********************\nThe matrix has 2 roots\nsimulation: supernodal_sx2_mf_omp_v1()\n", 0),
+            0u)
+      << t;
+  std::size_t at = 0;
+  for (const char* label : {"prep\n", "Total POP(ext-add) ", "Total ALLOCATE ", "Total POP(ext-add+alloc) ",
+                            "Total MOD ", "Total PUSH ", "Total MOD panel ", "maxMEM 5\n"}) {
+    const std::size_t k = t.find(label, at);
+    EXPECT_NE(k, std::string::npos) << label << t;
+    if (k != std::string::npos) at = k;
+  }
+  EXPECT_EQ(t.find("pop  norm"), std::string::npos);  // the trace only above verbosity 4
+  cap.clear();
+  factorise_mf(q, identity(5), {}, 256, 2147483647, 2);
+  EXPECT_EQ(cap.text(), "");
+  // The trace, with a panel root: a dense 6 over panels of 4 under a leaf.
+  densem g = mmekit::test::random_spd(7, 1.0, 2);
+  for (std::int64_t j = 2; j <= 6; ++j) g(1, j) = g(j, 1) = 0;  // column 1 couples to 7 only
+  cap.clear();
+  f = factorise_mf(upper_ija(g), identity(7), {}, 4, 2147483647, 5);
+  EXPECT_EQ(f.s.nsn, 2);
+  EXPECT_TRUE(f.s.layout().panel_form(2));
+  ASSERT_EQ(f.status, 0);
+  EXPECT_LT(max_diff(read_factor(f.s, f.lnz), lapack_cholesky(g)), 1e-12);
+  const std::string tr = cap.text();
+  EXPECT_NE(tr.find("VARIANT 1 ********************\n"), std::string::npos);
+  for (const char* label : {"pop  norm 1 0\nmod  norm 1 1 1\npush norm 1 1\npop  panel 2 1\n - index 1 1\n"
+                            " - U value 1\nmod  panel 2 6 0\nnext/full 1 2\nnext/full 2 2\n"})
+    EXPECT_NE(tr.find(label), std::string::npos) << label << tr;
+
+  // A supernode with a row below it that its parent does not hold.
+  Sx2Structure h;
+  h.n = 3;
+  h.nsn = 2;
+  h.xsuper = mmekit::test::ints({1, 2, 4});
+  h.snode = mmekit::test::ints({1, 2, 2});
+  h.snparent = mmekit::test::ints({2, 0});
+  h.xlindx = Array1<std::int64_t>(3);
+  h.xlindx(1) = 1;
+  h.xlindx(2) = h.xlindx(3) = 2;
+  h.lindx = mmekit::test::ints({2});
+  h.xlnz = Array1<std::int64_t>(3);
+  h.xlnz(1) = 1;
+  h.xlnz(2) = 3;
+  h.xlnz(3) = 7;
+  Array1<double> lh(6, 0.0);
+  lh(1) = 4;
+  lh(2) = 1;
+  lh(3) = lh(6) = 4;
+  Array1<std::int32_t> fl(3, 0);
+  std::int64_t rank = 0;
+  h.lindx(1) = 2;
+  EXPECT_EQ(mmekit::supernodal_sx2_mf_omp_v1(h.layout(), h.snparent, lh, fl, {}, mmekit::default_skelda_blas(), rank, 0),
+            0);
+  EXPECT_EQ(rank, 3);
+  EXPECT_DOUBLE_EQ(lh(3), std::sqrt(4 - 0.25));  // the child's update reached the parent
+  h.xsuper = mmekit::test::ints({1, 2, 4});
+  h.lindx(1) = 2;
+  Sx2Structure bad = h;
+  bad.xsuper = mmekit::test::ints({1, 2, 3});  // parent {2} only: width 1
+  bad.snode = mmekit::test::ints({1, 2, 2});
+  bad.lindx(1) = 3;  // the child's row 3 is neither a column nor a row of the parent
+  bad.xlnz(3) = 4;
+  Array1<double> lb(6, 1.0);
+  mmekit::test::expect_stop(
+      [&] {
+        mmekit::supernodal_sx2_mf_omp_v1(bad.layout(), bad.snparent, lb, fl, {}, mmekit::default_skelda_blas(), rank, 0);
+      },
+      "ERROR: set_relative_indices2() ridx is not determined.");
+  // A supernode with a row below it that claims to be a root: its update stays on the stack.
+  Sx2Structure root = h;
+  root.snparent = mmekit::test::ints({0, 0});
+  Array1<double> lr(6, 0.0);
+  lr(1) = lr(3) = lr(6) = 4;
+  cap.clear();
+  EXPECT_EQ(mmekit::supernodal_sx2_mf_omp_v1(root.layout(), root.snparent, lr, fl, {}, mmekit::default_skelda_blas(),
+                                             rank, 0),
+            0);
+  EXPECT_EQ(cap.text(), "ERROR: Not deallocated C\nERROR: Not deallocated UIDX\n");
 }
 
 }  // namespace
