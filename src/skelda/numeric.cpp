@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
@@ -485,25 +486,6 @@ double supernodal_logdet(const Sx2Layout& layout, const Array1<double>& lnz, std
 // ---------------------------------------------------------------------------------------------
 // The task.
 
-namespace {
-
-// The storage map of the factor held in skelda_state.
-Sx2Layout state_layout() {
-  SkeldaState& s = skelda_state;
-  Sx2Layout l;
-  l.n = static_cast<std::int32_t>(s.iparm(kN));
-  l.nsn = static_cast<std::int32_t>(s.iparm(kNsn));
-  l.panel = s.iparm(kPanelSize);
-  l.xsuper = &*s.xsuper;
-  l.snode = &*s.snode;
-  l.xlindx = &*s.xlindx;
-  l.lindx = &*s.lindx;
-  l.xlnz = &*s.xlnz;
-  return l;
-}
-
-}  // namespace
-
 std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,
                            const Array1<double>& a, std::int32_t& rank, double* logdet, std::int32_t verbose) {
   SkeldaState& s = skelda_state;
@@ -519,7 +501,7 @@ std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, con
   const double tol_rel = s.rparm(10), tol_abs = s.rparm(11);
   Stopwatch clock;
   std::int32_t status = 5;
-  const Sx2Layout layout = state_layout();
+  const Sx2Layout layout = skelda_layout();
   Array1<std::int32_t>& cflag = *s.cflag;
   if (s.iparm(kConstraintsGiven) < 1) cflag.fill(0);
   if (s.iparm(kNoLoad) < 1) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mmekit/skelda/numeric.hpp"
+#include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 #include "mmekit/support/row_structure.hpp"
@@ -109,9 +110,10 @@ std::int32_t run_step(const SkeldaStep& step, std::int32_t task, const SkeldaArg
 
 SkeldaSteps& skelda_steps() {
   static SkeldaSteps steps = [] {
-    SkeldaSteps t;
-    t.numfac = skelda_numfac_step;
-    return t;
+    SkeldaSteps installed;
+    installed.symfac = skelda_symfac_step;
+    installed.numfac = skelda_numfac_step;
+    return installed;
   }();
   return steps;
 }

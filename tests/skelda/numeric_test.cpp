@@ -20,6 +20,7 @@
 #include "mmekit/skelda/multifrontal.hpp"
 #include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 #include "patterns.hpp"
@@ -94,18 +95,19 @@ densem permuted(const densem& a, const Array1<std::int32_t>& iperm) {
 }
 
 // The factor read back through the layout as a dense lower triangle (permuted numbering).
-densem read_factor(const Sx2Structure& s, const Array1<double>& lnz) {
-  const mmekit::Sx2Layout l = s.layout();
-  densem d(s.n, 0.0);
-  for (std::int32_t k = 1; k <= s.nsn; ++k) {
+densem read_factor(const mmekit::Sx2Layout& l, const Array1<double>& lnz) {
+  densem d(l.n, 0.0);
+  for (std::int32_t k = 1; k <= l.nsn; ++k) {
     const std::int64_t f = l.first(k), w = l.width(k), m = l.rows_below(k);
     for (std::int64_t c = 1; c <= w; ++c) {
       for (std::int64_t r = c; r <= w; ++r) d(f + r - 1, f + c - 1) = lnz(l.diag_position(k, r, c));
-      for (std::int64_t q = 0; q < m; ++q) d(s.lindx(s.xlindx(k) + q), f + c - 1) = lnz(l.below_position(k, q, c));
+      for (std::int64_t q = 0; q < m; ++q)
+        d((*l.lindx)((*l.xlindx)(k) + q), f + c - 1) = lnz(l.below_position(k, q, c));
     }
   }
   return d;
 }
+densem read_factor(const Sx2Structure& s, const Array1<double>& lnz) { return read_factor(s.layout(), lnz); }
 
 densem lapack_cholesky(densem a) {
   EXPECT_EQ(mmekit::blas::potrf('L', static_cast<mmekit::blas_int>(a.order()), a.data(),
@@ -532,30 +534,27 @@ namespace {
 
 using mmekit::skeldatask;
 
-mmekit::Sx2Layout state_layout() {
-  mmekit::SkeldaState& s = mmekit::skelda_state;
-  mmekit::Sx2Layout l;
-  l.n = static_cast<std::int32_t>(s.iparm(mmekit::kN));
-  l.nsn = static_cast<std::int32_t>(s.iparm(mmekit::kNsn));
-  l.panel = s.iparm(mmekit::kPanelSize);
-  l.xsuper = &*s.xsuper;
-  l.snode = &*s.snode;
-  l.xlindx = &*s.xlindx;
-  l.lindx = &*s.lindx;
-  l.xlnz = &*s.xlnz;
-  return l;
-}
 
 void set_param(std::int32_t index, std::int64_t value) {
   std::int64_t v = value;
   skeldatask(2, {.parnum = &index, .parval8 = &v});
 }
 
+// The task chain with the library's symbolic step (false) or the plain one of the tests (true).
+class SkeldaNumericTask : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    skelda_test::fresh_state_with_reference_symfac();
+    if (!GetParam()) mmekit::skelda_steps().symfac = mmekit::skelda_symfac_step;
+  }
+  void TearDown() override { mmekit::skelda_state = mmekit::SkeldaState{}; }
+};
+INSTANTIATE_TEST_SUITE_P(BothSymbolicSteps, SkeldaNumericTask, ::testing::Bool());
+
 // The task through the front end on the small generated MME (rank n-1): results, printouts,
 // the generalised log-determinant, constraints, the plain route's failure, and the statuses
 // of the step.
-TEST(SkeldaNumericTask, FactorisesTheMme) {
-  skelda_test::fresh_state_with_reference_symfac();
+TEST_P(SkeldaNumericTask, FactorisesTheMme) {
   mmekit::test::SmallMme mme = mmekit::test::small_mme(100, 7);
   mmekit::sparse_ija& p = mme.ija;
   const std::int32_t n = p.n;
@@ -613,7 +612,7 @@ TEST(SkeldaNumericTask, FactorisesTheMme) {
   skeldatask(7, {.getc = &getc, .status = &st});
   EXPECT_EQ(getc(1), 5);
   for (std::int32_t i = 2; i <= n; ++i) EXPECT_EQ(getc(i), 0);
-  const mmekit::Sx2Layout l = state_layout();
+  const mmekit::Sx2Layout l = mmekit::skelda_layout();
   const std::int32_t c1 = (*s.iperm)(1);
   EXPECT_EQ((*s.lnz)(l.diag_position((*s.snode)(c1), c1 - l.first((*s.snode)(c1)) + 1,
                                      c1 - l.first((*s.snode)(c1)) + 1)),
@@ -635,8 +634,7 @@ TEST(SkeldaNumericTask, FactorisesTheMme) {
 }
 
 // The statuses of the step called directly, and the matrix that is not loaded.
-TEST(SkeldaNumericTask, StatusesAndNoLoad) {
-  skelda_test::fresh_state_with_reference_symfac();
+TEST_P(SkeldaNumericTask, StatusesAndNoLoad) {
   const mmekit::sparse_ija p = skelda_test::grid2d(4, 3);
   const std::int32_t n = p.n;
   std::int32_t st = -1, rank = -1, two = 2;
@@ -670,7 +668,7 @@ TEST(SkeldaNumericTask, StatusesAndNoLoad) {
   skeldatask(1);
   set_param(mmekit::kKachman, 0);
   set_param(mmekit::kLogdetOnFactor, 1);
-  const mmekit::Sx2Layout l = state_layout();
+  const mmekit::Sx2Layout l = mmekit::skelda_layout();
   mmekit::SkeldaState& s = mmekit::skelda_state;
   for (std::int32_t k = 1; k <= l.nsn; ++k)
     for (std::int64_t c = 1; c <= l.width(k); ++c) (*s.lnz)(l.diag_position(k, c, c)) = 1.0;
@@ -865,6 +863,71 @@ TEST(SkeldaMultifrontal, MessagesAndSimulation) {
                                              rank, 0),
             0);
   EXPECT_EQ(cap.text(), "ERROR: Not deallocated C\nERROR: Not deallocated UIDX\n");
+}
+
+}  // namespace
+
+namespace {
+
+// End to end through the task with the library's ordering and symbolic steps: the factor in
+// the state equals LAPACK's Cholesky of the matrix under the state's permutation, for L and
+// LDL, panel roots with padding (small iparm(10)), the detected panel size (iparm(3)) and cut
+// supernodes (iparm(12)).
+TEST(SkeldaNumericChain, FactorOfTheState) {
+  std::vector<mmekit::sparse_ija> cases = {upper_ija(mmekit::test::random_spd(80, 0.05, 17)),
+                                           skelda_test::grid2d(9, 8), mmekit::test::small_mme(100, 7).ija};
+  struct Setting {
+    std::int64_t panel, detect, split, type;
+  };
+  const Setting settings[] = {{256, 0, 2147483647, 2}, {256, 0, 2147483647, 1}, {4, 0, 2147483647, 2},
+                              {3, 0, 2, 1},           {256, 1, 2147483647, 2}, {5, 0, 3, 2}};
+  for (std::size_t k = 0; k < cases.size(); ++k)
+    for (const Setting& st : settings) {
+      SCOPED_TRACE("case " + std::to_string(k) + " p=" + std::to_string(st.panel) + " detect=" +
+                   std::to_string(st.detect) + " T=" + std::to_string(st.split) + " type=" + std::to_string(st.type));
+      mmekit::skelda_state = mmekit::SkeldaState{};
+      mmekit::skelda_steps() = mmekit::SkeldaSteps{};
+      mmekit::skelda_steps().symfac = mmekit::skelda_symfac_step;
+      mmekit::skelda_steps().numfac = mmekit::skelda_numfac_step;
+      mmekit::sparse_ija& p = cases[k];
+      const std::int32_t n = p.n;
+      skeldatask(0);
+      set_param(mmekit::kPanelSize, st.panel);
+      set_param(mmekit::kDetectPanel, st.detect);
+      set_param(mmekit::kSplitThreshold, st.split);
+      set_param(mmekit::kFactorType, st.type);
+      std::int32_t status = -1, rank = -1;
+      skeldatask(40, {.neq = &n, .ia = &p.ia, .ja = &p.ja, .a = &p.a, .ival = &rank, .status = &status});
+      ASSERT_EQ(status, 0);
+      mmekit::SkeldaState& s = mmekit::skelda_state;
+      const mmekit::Sx2Layout l = mmekit::skelda_layout();
+      bool any_panel = false;
+      for (std::int32_t j = 1; j <= l.nsn; ++j) any_panel = any_panel || l.panel_form(j);
+      EXPECT_EQ(any_panel, st.panel <= 5 && !st.detect);  // the small panels do make panel-form roots
+      densem f = read_factor(l, *s.lnz);
+      const densem a = permuted(dense_of(p), *s.iperm);
+      if (k < 2) {
+        if (st.type == 2) f = cholesky_of_ldl(f);
+        EXPECT_EQ(rank, n);
+        EXPECT_LT(max_diff(f, lapack_cholesky(a)), 1e-11);
+        continue;
+      }
+      // The singular MME: the kept columns against the Cholesky of the matrix without the lost one.
+      EXPECT_EQ(rank, n - 1);
+      std::vector<std::int64_t> kept;
+      for (std::int32_t i = 1; i <= n; ++i)
+        if (((*s.cflag)(i) & 1) == 0) kept.push_back(i);
+      ASSERT_EQ(static_cast<std::int64_t>(kept.size()), n - 1);
+      if (st.type == 2) f = cholesky_of_ldl(f);
+      densem sub(n - 1, 0.0), fs(n - 1, 0.0);
+      for (std::int64_t j = 1; j < n; ++j)
+        for (std::int64_t i = 1; i < n; ++i) {
+          sub(i, j) = a(kept[i - 1], kept[j - 1]);
+          fs(i, j) = i >= j ? f(kept[i - 1], kept[j - 1]) : 0.0;
+        }
+      EXPECT_LT(max_diff(fs, lapack_cholesky(sub)), 1e-8);
+    }
+  mmekit::skelda_state = mmekit::SkeldaState{};
 }
 
 }  // namespace
