@@ -6,6 +6,7 @@
 #include <sstream>
 #include <vector>
 
+#include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
@@ -111,6 +112,7 @@ SkeldaSteps& skelda_steps() {
   static SkeldaSteps steps = [] {
     SkeldaSteps installed;
     installed.symfac = skelda_symfac_step;
+    installed.numfac = skelda_numfac_step;
     return installed;
   }();
   return steps;

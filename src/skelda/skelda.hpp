@@ -8,12 +8,12 @@
 //   std::int32_t st = 0, verbose = 2;
 //   skeldatask(10, {.neq = &n, .ia = &ia, .ja = &ja, .verbose = &verbose, .status = &st});
 //
-// Tasks 0 to 7, 10, 11, 12, 20 and 80 are complete. The steps beyond ordering are entries of
-// the step table `skelda_steps()`: symbolic factorisation (symbolic.hpp) is installed there by
-// default; the later ones (numerical factorisation, solution, determinants, sparse inversion,
-// state objects and files, multiplications) are installed by the code that implements them,
-// and until a step is installed a task that needs it ends with status `kSkeldaStepMissing`,
-// whose text is the unknown-error line.
+// Tasks 0 to 7, 10, 11, 12, 20, 40 and 80 are complete. The steps beyond ordering are entries
+// of the step table `skelda_steps()`: symbolic factorisation (symbolic.hpp) and numerical
+// factorisation (numeric.hpp) are installed there by default; the later ones (solution,
+// determinants, sparse inversion, state objects and files, multiplications) are installed by
+// the code that implements them, and until a step is installed a task that needs it ends with
+// status `kSkeldaStepMissing`, whose text is the unknown-error line.
 #pragma once
 
 #include <cstdint>
