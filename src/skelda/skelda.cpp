@@ -6,6 +6,7 @@
 #include <sstream>
 #include <vector>
 
+#include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
@@ -112,6 +113,7 @@ SkeldaSteps& skelda_steps() {
   static SkeldaSteps steps = [] {
     SkeldaSteps installed;
     installed.symfac = skelda_symfac_step;
+    installed.numfac = skelda_numfac_step;
     install_solve_steps(installed);  // solve, det, logdet, mulinv, mulfac
     return installed;
   }();
