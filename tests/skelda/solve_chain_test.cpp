@@ -1,5 +1,7 @@
-// The solve tasks through skeldatask on the library's own ordering and symbolic structures,
-// against dense LAPACK.
+// The solve tasks through skeldatask on the library's own ordering, symbolic and numerical
+// steps, against dense LAPACK: LAPACK's factor on the symbolic structure; from a fresh state
+// (every step in one call) a random positive definite matrix in both factor types, and the
+// singular mixed-model equations of the generator.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,6 +13,7 @@
 #include "common/spd.hpp"
 #include "common/supernodal.hpp"
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/output.hpp"
@@ -29,6 +32,7 @@ class SkeldaSolveChain : public ::testing::Test {
   void SetUp() override {
     skelda_state = mmekit::SkeldaState{};
     mmekit::skelda_steps().symfac = mmekit::skelda_symfac_step;
+    mmekit::skelda_steps().numfac = mmekit::skelda_numfac_step;
     mmekit::install_solve_steps(mmekit::skelda_steps());
   }
 };
@@ -78,4 +82,108 @@ TEST_F(SkeldaSolveChain, LapackFactorOnTheSymbolicStructure) {
       skeldatask(55, {.det = &det, .status = &st});
       EXPECT_NEAR(det, logdet, 1e-9 * std::abs(logdet));
     }
+}
+TEST_F(SkeldaSolveChain, RandomPositiveDefiniteMatrixInBothFactorTypes) {
+  for (std::int32_t type : {2, 1}) {
+    SCOPED_TRACE(type);
+    skelda_state = mmekit::SkeldaState{};
+    const densem a = random_spd(60, 0.08, 17);
+    mmekit::sparse_ija m = upper_ija(a);
+    std::int32_t n = m.n, st = -1, verbose = 2, parnum = 19, ival = 0;
+    std::int64_t ftype = type;
+    skeldatask(2, {.parnum = &parnum, .parval8 = &ftype, .status = &st});
+    ASSERT_EQ(st, 0);
+
+    // Task 50 on a fresh state runs every step; a second call reuses the factor.
+    const Array2<double> x0 = random_columns(n, 3, 5);
+    Array2<double> b = dense_times(a, x0), sol;
+    mmekit::CaptureOutput cap;
+    skeldatask(50, {.neq = &n, .ia = &m.ia, .ja = &m.ja, .a = &m.a, .rhs = &b, .sol = &sol, .verbose = &verbose,
+                    .status = &st});
+    ASSERT_EQ(st, 0) << cap.text();
+    EXPECT_EQ(skelda_state.stage(), 30);
+    for (std::int64_t c = 1; c <= 3; ++c)
+      for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(sol(i, c), x0(i, c), 1e-9);
+    cap.clear();
+    skeldatask(50, {.neq = &n, .ia = &m.ia, .ja = &m.ja, .a = &m.a, .rhs = &b, .sol = &b, .verbose = &verbose,
+                    .status = &st});
+    EXPECT_EQ(st, 0);
+    EXPECT_EQ(cap.text(), " SKELDATASK: task= 50 (solution)\n");
+    for (std::int64_t c = 1; c <= 3; ++c)
+      for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(b(i, c), x0(i, c), 1e-9);
+
+    // Log-determinant, determinant and rank.
+    double logdet = 0, det = 0;
+    lapack_spd_inverse(a, &logdet);
+    skeldatask(55, {.det = &det, .status = &st});
+    EXPECT_EQ(st, 0);
+    EXPECT_NEAR(det, logdet, 1e-9 * std::abs(logdet));
+    skeldatask(54, {.det = &det, .status = &st});
+    EXPECT_NEAR(std::log(det), logdet, 1e-9 * std::abs(logdet));
+    skeldatask(56, {.ival = &ival, .status = &st});
+    EXPECT_EQ(ival, n);
+
+    // The products with F, the Cholesky factor of P'AP for either type, and with its transpose.
+    const densem f = lapack_cholesky(permuted_matrix(a));
+    Array1<std::int32_t> perm(n), iperm(n);
+    skeldatask(12, {.perm = &perm, .iperm = &iperm});
+    Array2<double> x = random_columns(n, 2, 8);
+    Array2<double> y;
+    skeldatask(100, {.rhs = &x, .sol = &y, .status = &st});
+    ASSERT_EQ(st, 0);
+    Array2<double> xp(n, 2);
+    for (std::int64_t c = 1; c <= 2; ++c)
+      for (std::int32_t i = 1; i <= n; ++i) xp(i, c) = x(perm(i), c);
+    const Array2<double> fx = dense_times(f, xp);
+    for (std::int64_t c = 1; c <= 2; ++c)
+      for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(y(perm(i), c), fx(i, c), 1e-10);
+    skeldatask(90, {.rhs = &x, .sol = &y, .status = &st});
+    ASSERT_EQ(st, 0);
+    for (std::int64_t c = 1; c <= 2; ++c)
+      for (std::int32_t j = 1; j <= n; ++j) {
+        double s = 0;  // (F' y_p)(j)
+        for (std::int32_t i = j; i <= n; ++i) s += f(i, j) * y(perm(i), c);
+        EXPECT_NEAR(s, x(perm(j), c), 1e-10);
+      }
+  }
+}
+
+TEST_F(SkeldaSolveChain, SingularMixedModelEquations) {
+  // Herd-year and parity sum to the same columns: the factorisation loses columns, and the
+  // generalised solution satisfies the consistent system A x = A x0.
+  SmallMme mme = small_mme(100, 3);
+  mmekit::sparse_ija& m = mme.ija;
+  const densem a = dense_of(m);
+  std::int32_t n = m.n, st = -1, ival = 0;
+  Array2<double> x0 = random_columns(n, 1, 13), b = dense_times(a, x0), sol;
+  skeldatask(50, {.neq = &n, .ia = &m.ia, .ja = &m.ja, .a = &m.a, .rhs = &b, .sol = &sol, .status = &st});
+  ASSERT_EQ(st, 0);
+  const Array2<double> ax = dense_times(a, sol);
+  for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(ax(i, 1), b(i, 1), 1e-8 * (1.0 + std::abs(b(i, 1)))) << i;
+
+  const std::int64_t rank = lapack_rank(a);
+  skeldatask(56, {.ival = &ival, .status = &st});
+  EXPECT_EQ(ival, rank);
+  ASSERT_LT(rank, n);
+
+  // The lost columns solve to 0; the log-determinant is that of the kept rows and columns.
+  Array1<std::int32_t> flags(n);
+  skeldatask(7, {.getc = &flags, .status = &st});
+  ASSERT_EQ(st, 0);
+  std::vector<std::int32_t> kept;
+  for (std::int32_t i = 1; i <= n; ++i) {
+    if (flags(i) & 1)
+      EXPECT_EQ(sol(i, 1), 0.0) << i;
+    else
+      kept.push_back(i);
+  }
+  EXPECT_EQ(static_cast<std::int64_t>(kept.size()), rank);
+  densem ak(static_cast<std::int64_t>(kept.size()), 0.0);
+  for (std::size_t j = 0; j < kept.size(); ++j)
+    for (std::size_t i = 0; i < kept.size(); ++i) ak(i + 1, j + 1) = a(kept[i], kept[j]);
+  double logdet = 0, det = 0;
+  lapack_spd_inverse(ak, &logdet);
+  skeldatask(55, {.det = &det, .status = &st});
+  EXPECT_EQ(st, 0);
+  EXPECT_NEAR(det, logdet, 1e-8 * std::abs(logdet));
 }
