@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <sstream>
 #include <vector>
 
@@ -53,7 +54,7 @@ class QuotientOrdering {
     degree_.assign(n, 0);
     ext_.assign(n, 0);
     score_.assign(n, 0);
-    w_.assign(n, 0);
+    w_.assign(n, 1);  // 0 marks an absorbed element
     save_.assign(n, 0);
     chain_next_.assign(n, -1);
     chain_tail_.resize(n);
@@ -139,7 +140,7 @@ class QuotientOrdering {
         start = pme = pe_[me];
         for (std::int64_t q = pe_[me]; q < pe_[me] + len_[me]; ++q) {
           I i = iw_[q];
-          if (st_[i] != kVar || nv_[i] <= 0) continue;
+          if (nv_[i] <= 0) continue;
           degme += nv_[i];
           nv_[i] = -nv_[i];
           iw_[pme++] = i;
@@ -163,7 +164,7 @@ class QuotientOrdering {
           }
           for (std::int64_t q = a; q < b; ++q) {
             I i = iw_[q];
-            if (st_[i] != kVar || nv_[i] <= 0) continue;
+            if (nv_[i] <= 0) continue;  // merged, eliminated, postponed, or already in Lme
             degme += nv_[i];
             nv_[i] = -nv_[i];
             iw_[pme++] = i;
@@ -184,19 +185,36 @@ class QuotientOrdering {
       // Lme is iw_[start, pme); nothing below moves the pool until the next pivot.
       const std::int64_t lme_begin = start, lme_end = pme;
 
-      // |Le \ Lme| for every element touching Lme, kept in w as wflg + size.
-      if (wflg_ > (std::int64_t{1} << 60)) {
-        std::fill(w_.begin(), w_.end(), 0);
+      // |Le \ Lme| for every element touching Lme, kept in w as wflg + size; an absorbed
+      // element keeps w = 0, every other node a positive w. The flag is restarted before the
+      // sums could pass the largest integer.
+      if (wflg_ > std::numeric_limits<I>::max() - static_cast<std::int64_t>(n) - 2) {
+        for (I x = 0; x < n; ++x)
+          if (w_[x] != 0) w_[x] = 1;
         wflg_ = 2;
       }
+      const I wflg = static_cast<I>(wflg_);
+      I wmax = wflg;
+      // Raw views for the two scans below, which are the bulk of the work on rows with many
+      // entries; no list grows or moves during them.
+      I* const iw = iw_.data();
+      I* const w = w_.data();
+      const I* const nv = nv_.data();
+      const I* const degree = degree_.data();
       for (std::int64_t t = lme_begin; t < lme_end; ++t) {
-        const I i = iw_[t];
-        const std::int64_t nvi = -nv_[i];
-        for (std::int64_t q = pe_[i]; q < pe_[i] + elen_[i]; ++q) {
-          I e = iw_[q];
-          if (st_[e] != kElem) continue;
-          if (w_[e] >= wflg_) w_[e] -= nvi;
-          else w_[e] = degree_[e] + wflg_ - nvi;
+        const I i = iw[t];
+        const I nvi = -nv[i];
+        const std::int64_t pend = pe_[i] + elen_[i];
+        for (std::int64_t q = pe_[i]; q < pend; ++q) {
+          const I e = iw[q];
+          const I we = w[e];
+          if (we >= wflg) {
+            w[e] = we - nvi;
+          } else if (we != 0) {
+            const I v = degree[e] + wflg - nvi;
+            w[e] = v;
+            wmax = std::max(wmax, v);
+          }
         }
       }
 
@@ -210,27 +228,33 @@ class QuotientOrdering {
         std::int64_t q = s;
         std::int64_t deg = 0;
         std::int64_t key = 0;
-        for (std::int64_t k = s; k < s + nel_i; ++k) {
-          I e = iw_[k];
-          if (st_[e] != kElem || e == me) continue;
-          std::int64_t dext = w_[e] - wflg_;
+        const std::int64_t eend = s + nel_i, vend = s + len_[i];
+        for (std::int64_t k = s; k < eend; ++k) {
+          const I e = iw[k];
+          const I we = w[e];
+          if (we == 0) continue;  // absorbed
+          const I dext = we - wflg;
           if (dext > 0) {
             deg += dext;
-            iw_[q++] = e;
+            iw[q++] = e;
             key += e;
           } else {
             st_[e] = kGone;  // wholly inside Lme
             len_[e] = 0;
-            w_[e] = 0;
+            w[e] = 0;
           }
         }
         const I new_elen = static_cast<I>(q - s) + 1;
         const std::int64_t vstart = q;
-        for (std::int64_t k = s + nel_i; k < s + len_[i]; ++k) {
-          I j = iw_[k];
-          if (st_[j] != kVar || nv_[j] <= 0) continue;  // in Lme, merged away, or me
-          deg += nv_[j];
-          iw_[q++] = j;
+        for (std::int64_t k = eend; k < vend; ++k) {
+          // A variable list holds variables only (a pivot leaves the lists of its neighbours
+          // when they are updated here); nv is negative in Lme and for me, 0 once merged or
+          // eliminated, so only the live variables outside Lme pass.
+          const I j = iw[k];
+          const I nvj = nv[j];
+          if (nvj <= 0) continue;
+          deg += nvj;
+          iw[q++] = j;
           key += j;
         }
         if (new_elen == 1 && q == s) {
@@ -253,15 +277,15 @@ class QuotientOrdering {
         len_[i] = static_cast<I>(q - s);
         elen_[i] = new_elen;
         ext_[i] = deg;
-        degree_[i] = std::min<std::int64_t>(degree_[i], deg);
+        degree_[i] = static_cast<I>(std::min<std::int64_t>(degree_[i], deg));
         key = (key + me) % n;
         hash_next_[i] = hash_head_[key];
         hash_head_[key] = i;
         save_[i] = key;
         hashed.push_back(i);
       }
-      degree_[me] = degme;
-      wflg_ += n + 1;
+      degree_[me] = static_cast<I>(degme);
+      wflg_ = static_cast<std::int64_t>(wmax) + 1;
 
       // Supervariables: equal lists in one hash bucket.
       for (I i0 : hashed) {
@@ -300,17 +324,17 @@ class QuotientOrdering {
         if (nv_[i] >= 0) continue;
         const std::int64_t nvi = -nv_[i];
         iw_[q++] = i;
-        std::int64_t deg = std::min(degree_[i] + degme - nvi, nleft - nvi);
+        std::int64_t deg = std::min<std::int64_t>(degree_[i] + degme - nvi, nleft - nvi);
         deg = std::max<std::int64_t>(deg, 0);
         nv_[i] = static_cast<I>(nvi);
         if (method_ == Method::amf) {
           const std::int64_t di = ext_[i];
           std::int64_t de = (nleft < degme + di) ? nleft - nvi : degme - nvi + di;
-          degree_[i] = std::max<std::int64_t>(std::min<std::int64_t>(de, n - 1), 0);
+          degree_[i] = static_cast<I>(std::max<std::int64_t>(std::min<std::int64_t>(de, n - 1), 0));
           score_[i] = amf_score(n, nleft, degme, nvi, di, score_[i]);
           insert(i, amf_bucket(n, score_[i]));
         } else {
-          degree_[i] = std::min<std::int64_t>(deg, n - 1);
+          degree_[i] = static_cast<I>(std::min<std::int64_t>(deg, n - 1));
           insert(i, degree_[i]);
         }
       }
@@ -391,7 +415,8 @@ class QuotientOrdering {
   std::vector<std::int64_t> pe_;
   std::vector<I> len_, elen_, nv_;
   std::vector<std::int8_t> st_;
-  std::vector<std::int64_t> degree_, ext_, score_, w_, save_;
+  std::vector<I> degree_, w_;
+  std::vector<std::int64_t> ext_, score_, save_;
   std::vector<I> chain_next_, chain_tail_, hash_head_, hash_next_, hashed_;
   std::vector<std::int64_t> mark_;
   std::int64_t tag_ = 0;
