@@ -53,6 +53,7 @@ class QuotientOrdering {
     st_.assign(n, kVar);
     degree_.assign(n, 0);
     ext_.assign(n, 0);
+    clique_.assign(n, 0);
     score_.assign(n, 0);
     w_.assign(n, 1);  // 0 marks an absorbed element
     save_.assign(n, 0);
@@ -228,6 +229,7 @@ class QuotientOrdering {
         std::int64_t q = s;
         std::int64_t deg = 0;
         std::int64_t key = 0;
+        std::int64_t clique = 0;  // sum of |Le \ Lme| (|Le \ Lme| - 1) over the other elements
         const std::int64_t eend = s + nel_i, vend = s + len_[i];
         for (std::int64_t k = s; k < eend; ++k) {
           const I e = iw[k];
@@ -236,6 +238,7 @@ class QuotientOrdering {
           const I dext = we - wflg;
           if (dext > 0) {
             deg += dext;
+            clique += static_cast<std::int64_t>(dext) * (dext - 1);
             iw[q++] = e;
             key += e;
           } else {
@@ -277,6 +280,7 @@ class QuotientOrdering {
         len_[i] = static_cast<I>(q - s);
         elen_[i] = new_elen;
         ext_[i] = deg;
+        clique_[i] = clique;
         degree_[i] = static_cast<I>(std::min<std::int64_t>(degree_[i], deg));
         key = (key + me) % n;
         hash_next_[i] = hash_head_[key];
@@ -331,7 +335,9 @@ class QuotientOrdering {
           const std::int64_t di = ext_[i];
           std::int64_t de = (nleft < degme + di) ? nleft - nvi : degme - nvi + di;
           degree_[i] = static_cast<I>(std::max<std::int64_t>(std::min<std::int64_t>(de, n - 1), 0));
-          score_[i] = amf_score(n, nleft, degme, nvi, di, score_[i]);
+          // The fill of eliminating i: its new neighbours outside Lme joined to each other and
+          // to Lme, less the pairs that its other elements already join.
+          score_[i] = amf_score(n, nleft, degme, nvi, di, clique_[i]);
           insert(i, amf_bucket(n, score_[i]));
         } else {
           degree_[i] = static_cast<I>(std::min<std::int64_t>(deg, n - 1));
@@ -416,7 +422,7 @@ class QuotientOrdering {
   std::vector<I> len_, elen_, nv_;
   std::vector<std::int8_t> st_;
   std::vector<I> degree_, w_;
-  std::vector<std::int64_t> ext_, score_, save_;
+  std::vector<std::int64_t> ext_, clique_, score_, save_;
   std::vector<I> chain_next_, chain_tail_, hash_head_, hash_next_, hashed_;
   std::vector<std::int64_t> mark_;
   std::int64_t tag_ = 0;
@@ -463,7 +469,9 @@ void amf_check_finish(std::int64_t n, std::int64_t numbered) {
 }
 
 // Fill score of variable i after the pivot element (boundary weight dme) is formed: wi its
-// weight, di its degree outside the element, si its previous score, nleft the variables left.
+// weight, di its degree outside the element, si the pairs of those outside neighbours that
+// its other elements already join (the sum of |Le \ Lme| (|Le \ Lme| - 1) over them), nleft
+// the variables left.
 std::int64_t amf_score(std::int64_t n, std::int64_t nleft, std::int64_t dme, std::int64_t wi,
                        std::int64_t di, std::int64_t si) {
   const double Dme = static_cast<double>(dme), Wi = static_cast<double>(wi);

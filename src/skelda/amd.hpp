@@ -34,8 +34,9 @@ std::int64_t qamd_dense_threshold(std::int64_t n, std::int64_t lenmax, std::int6
 void qamd_check_finish(std::int64_t n, std::int64_t numbered, std::int64_t dense_left);
 void amf_check_finish(std::int64_t n, std::int64_t numbered);
 
-// The minimum-fill score of a variable after a pivot element is formed (see amd.cpp), and its
-// bucket among n+2 buckets.
+// The minimum-fill score of a variable after a pivot element is formed (see amd.cpp; si is the
+// fill its other elements already cover, not its previous score), and its bucket among n+2
+// buckets.
 std::int64_t amf_score(std::int64_t n, std::int64_t nleft, std::int64_t dme, std::int64_t wi,
                        std::int64_t di, std::int64_t si);
 std::int64_t amf_bucket(std::int64_t n, std::int64_t score);
