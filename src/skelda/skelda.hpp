@@ -48,6 +48,17 @@ inline constexpr std::int32_t kSkeldaOverflow = 90;
 // A task needs a step that is not installed in `skelda_steps()`.
 inline constexpr std::int32_t kSkeldaStepMissing = 99;
 
+// Switches of the library's own, outside the iparm words: set them in the code,
+// e.g. `skelda_state.switches.dense_rows_last = true;`. A full reset (task 0) and set_iparm
+// leave them as they are.
+struct SkeldaSwitches {
+  // Every ordering method (METIS, AMD, QAMD, AMF, MMD, and the minimum-degree ordering of the
+  // sparse Cholesky package) orders the graph without its dense rows and numbers those last
+  // (see order_dense_rows_last in ordering.hpp). Meant for mixed-model equations with
+  // covariates or fixed effects that touch most equations; off by default.
+  bool dense_rows_last = false;
+};
+
 struct SkeldaState {
   bool first_use = true;           // set at program start; the first entry initialises
   std::int64_t parameter_count = 0;
@@ -60,6 +71,7 @@ struct SkeldaState {
   std::optional<Array1<std::int32_t>> lindx;
   std::optional<Array1<double>> lnz;
   std::optional<Array1<std::int32_t>> cflag;
+  SkeldaSwitches switches;
 
   std::int64_t& stage() { return iparm(kStage); }
 };
