@@ -1,16 +1,23 @@
 // Fill (entries of L) and ordering time of every ordering of the supernodal solver, with
-// SuiteSparse AMD and METIS called directly as peers, all in one interleaved run per pattern:
-// round by round every method orders the same graph once (common/interleave.hpp), and the
-// best time of each is kept. The fill is counted outside the timed region from the
-// permutation each method returned, by the same counter for every method.
+// SuiteSparse AMD (default controls, and with its dense-row rule off) and METIS called directly
+// as peers, all in one interleaved run per pattern: round by round every method orders the same
+// graph once (common/interleave.hpp), and the best time of each is kept. The fill is counted
+// outside the timed region from the permutation each method returned, by the same counter for
+// every method.
 //
 // Patterns: the mixed-model equations of the shared data generator (animal model with
-// herd-years, parities, an age covariate, animals and permanent environment) at about 50,000
-// and 300,000 equations; a 500 x 500 2-D grid and a 60 x 60 x 60 3-D grid.
+// herd-years, parities, an age covariate, animals and permanent environment) at about 50,000,
+// 300,000 and 1,000,000 equations; a 500 x 500 2-D grid and a 60 x 60 x 60 3-D grid.
+//
+// Methods: our kernels as the solver calls them (AMD and MMD compared with SuiteSparse AMD with
+// its dense-row rule off, since they treat no row as dense; QAMD with the default peer), the
+// whole ordering step, the sparse Cholesky package's minimum-degree ordering, and the same with
+// the dense-row switch on ("dense last", compared with SuiteSparse AMD at its defaults).
 //
 // Rounds: MMEKIT_BENCH_ROUNDS (at least and by default 3). A method whose first round takes
 // longer than MMEKIT_BENCH_SLOW_SECONDS (default 180) is run once. MMEKIT_BENCH_METHODS
-// chooses the methods (see methods()).
+// chooses the methods (see methods()); MMEKIT_BENCH_ALPHAS adds AMD and MMD with the dense-row
+// rule at other alphas.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
