@@ -105,8 +105,16 @@ void ours(const Graph& g, Perm& out, int method, double alpha = 0) {
   if (alpha > 0)
     mmekit::order_dense_rows_last(
         g.n, g.xadj, g.adj, mmekit::dense_row_threshold(g.n, alpha),
-        [method](std::int32_t n, mmekit::Array1<std::int32_t>& x, mmekit::Array1<std::int32_t>& a,
-                 mmekit::Array1<std::int32_t>& p, mmekit::Array1<std::int32_t>& ip) { kernel(method, n, x, a, p, ip); },
+        [method, &g](std::int32_t n, mmekit::Array1<std::int32_t>& x, mmekit::Array1<std::int32_t>& a,
+                     mmekit::Array1<std::int32_t>& p, mmekit::Array1<std::int32_t>& ip) {
+          if (method == 2 && n < g.n) {  // as the ordering step does: the whole matrix's threshold
+            std::int64_t lenmax = 0;
+            for (std::int32_t i = 1; i <= g.n; ++i) lenmax = std::max<std::int64_t>(lenmax, g.xadj(i + 1) - g.xadj(i));
+            mmekit::skelda_qamd(n, x, a, mmekit::qamd_dense_threshold(g.n, lenmax, g.xadj(g.n + 1) - 1), p, ip);
+          } else {
+            kernel(method, n, x, a, p, ip);
+          }
+        },
         perm, iperm);
   else
     kernel(method, g.n, g.xadj, g.adj, perm, iperm);

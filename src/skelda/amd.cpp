@@ -19,6 +19,7 @@
 #include <cmath>
 #include <limits>
 #include <sstream>
+#include <type_traits>
 #include <vector>
 
 #include "mmekit/support/stop.hpp"
@@ -32,8 +33,12 @@ enum : std::int8_t { kVar = 0, kElem = 1, kGone = 2, kDense = 3 };
 
 template <class I>
 class QuotientOrdering {
+  using U = std::make_unsigned_t<I>;
+
  public:
-  QuotientOrdering(I n, Method method) : n_(n), method_(method) {}
+  // qamd_threshold: QAMD's quasi-dense threshold when given (not negative), else from the graph.
+  QuotientOrdering(I n, Method method, std::int64_t qamd_threshold = -1)
+      : n_(n), method_(method), qamd_threshold_(qamd_threshold) {}
 
   // xadj/adj 1-based full graph; order receives the elimination order (0-based nodes).
   void run(const Array1<I>& xadj, const Array1<I>& adj, std::vector<I>& order) {
@@ -79,7 +84,7 @@ class QuotientOrdering {
     // Quasi-dense rows leave the graph at once and are numbered last.
     std::vector<I> dense_rows;
     if (method_ == Method::qamd) {
-      std::int64_t thr = qamd_dense_threshold(n, lenmax, total);
+      const std::int64_t thr = qamd_threshold_ >= 0 ? qamd_threshold_ : qamd_dense_threshold(n, lenmax, total);
       for (I i = 0; i < n; ++i)
         if (len_[i] > thr) {
           st_[i] = kDense;
@@ -228,7 +233,9 @@ class QuotientOrdering {
         const I nel_i = elen_[i];
         std::int64_t q = s;
         std::int64_t deg = 0;
-        std::int64_t key = 0;
+        // Hash of the list: the sum of its entries, wrapping, modulo n (equal lists, equal keys;
+        // the division in the width of I is the cheaper one).
+        U key = 0;
         std::int64_t clique = 0;  // sum of |Le \ Lme| (|Le \ Lme| - 1) over the other elements
         const std::int64_t eend = s + nel_i, vend = s + len_[i];
         for (std::int64_t k = s; k < eend; ++k) {
@@ -240,7 +247,7 @@ class QuotientOrdering {
             deg += dext;
             clique += static_cast<std::int64_t>(dext) * (dext - 1);
             iw[q++] = e;
-            key += e;
+            key += static_cast<U>(e);
           } else {
             st_[e] = kGone;  // wholly inside Lme
             len_[e] = 0;
@@ -258,7 +265,7 @@ class QuotientOrdering {
           if (nvj <= 0) continue;
           deg += nvj;
           iw[q++] = j;
-          key += j;
+          key += static_cast<U>(j);
         }
         if (new_elen == 1 && q == s) {
           // Nothing but me: eliminated together with the pivot.
@@ -282,7 +289,7 @@ class QuotientOrdering {
         ext_[i] = deg;
         clique_[i] = clique;
         degree_[i] = static_cast<I>(std::min<std::int64_t>(degree_[i], deg));
-        key = (key + me) % n;
+        key = (key + static_cast<U>(me)) % static_cast<U>(n);
         hash_next_[i] = hash_head_[key];
         hash_head_[key] = i;
         save_[i] = key;
@@ -416,6 +423,7 @@ class QuotientOrdering {
 
   I n_;
   Method method_;
+  std::int64_t qamd_threshold_ = -1;
   std::vector<I> iw_;
   std::int64_t pfree_ = 0;
   std::vector<std::int64_t> pe_;
@@ -433,12 +441,13 @@ class QuotientOrdering {
 };
 
 template <class I>
-void run_method(Method m, I n, const Array1<I>& xadj, const Array1<I>& adj, Array1<I>& perm, Array1<I>& iperm) {
+void run_method(Method m, I n, const Array1<I>& xadj, const Array1<I>& adj, Array1<I>& perm, Array1<I>& iperm,
+                std::int64_t qamd_threshold = -1) {
   if (perm.size() < n) perm.resize(n);
   if (iperm.size() < n) iperm.resize(n);
   if (n <= 0) return;
   std::vector<I> order;
-  QuotientOrdering<I>(n, m).run(xadj, adj, order);
+  QuotientOrdering<I>(n, m, qamd_threshold).run(xadj, adj, order);
   for (I k = 0; k < n; ++k) {
     perm(k + 1) = order[static_cast<std::size_t>(k)] + 1;
     iperm(order[static_cast<std::size_t>(k)] + 1) = k + 1;
@@ -508,6 +517,10 @@ void skelda_amd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<s
 void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                  Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm) {
   run_method<std::int32_t>(Method::qamd, n, xadj, adj, perm, iperm);
+}
+void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
+                 std::int64_t threshold, Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm) {
+  run_method<std::int32_t>(Method::qamd, n, xadj, adj, perm, iperm, std::max<std::int64_t>(threshold, 0));
 }
 void skelda_amf(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                 Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm) {

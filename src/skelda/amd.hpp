@@ -16,6 +16,11 @@ void skelda_amd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<s
                 Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
 void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                  Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
+// QAMD with its quasi-dense threshold given: rows longer than `threshold` are postponed. The
+// ordering step uses it when the dense-row switch has reduced the graph, so that the rule
+// still judges rows by the lengths of the whole matrix.
+void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
+                 std::int64_t threshold, Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
 void skelda_amf(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                 Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
 void skelda_amd8(std::int64_t n, const Array1<std::int64_t>& xadj, const Array1<std::int64_t>& adj,

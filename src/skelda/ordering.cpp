@@ -240,7 +240,17 @@ void skelda_order(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1
         }
         case 2:
           say("QAMD");
-          skelda_qamd(n, x, a, p, ip);
+          if (n == neq) {
+            skelda_qamd(n, x, a, p, ip);
+          } else {
+            // The graph without the dense rows: the quasi-dense rule keeps the threshold of
+            // the whole matrix. On the reduced graph alone its longest row is small, the
+            // threshold falls to a few times the mean, and rows of moderate length would be
+            // postponed unordered (+74 % fill on the 300,000-equation MME).
+            std::int64_t lenmax = 0;
+            for (std::int32_t i = 1; i <= neq; ++i) lenmax = std::max<std::int64_t>(lenmax, xadj(i + 1) - xadj(i));
+            skelda_qamd(n, x, a, qamd_dense_threshold(neq, lenmax, static_cast<std::int64_t>(xadj(neq + 1)) - 1), p, ip);
+          }
           break;
         case 3:
           say("AMF");

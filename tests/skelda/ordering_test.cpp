@@ -338,6 +338,21 @@ TEST(DenseRows, SwitchOfTheOrderingStep) {
     s.switches.dense_rows_last = false;
     EXPECT_EQ(step(p, method), off) << method;
   }
+  // QAMD on the reduced graph keeps the quasi-dense threshold of the whole matrix. Hub 1 is
+  // joined to all 400 nodes, 2..400 form a path, and four nodes have 30 more neighbours on the
+  // path (degree 33, below the switch's 40). Whole graph: longest row 399, mean 4, QAMD's
+  // threshold 80, so no row of the reduced graph is quasi-dense and QAMD orders it as AMD
+  // does. The reduced graph's own threshold would be 24 and postpone the four.
+  Edges e;
+  for (std::int32_t v = 1; v < 400; ++v) e.push_back({0, v});
+  for (std::int32_t v = 2; v < 400; ++v) e.push_back({v - 1, v});
+  for (std::int32_t c : {50, 150, 250, 350})
+    for (std::int32_t v = c - 40; v < c - 10; ++v) e.push_back({c, v});
+  const Pattern stars = from_edges(400, e);
+  s.switches.dense_rows_last = true;
+  EXPECT_EQ(step(stars, 2), step(stars, 1));
+  s.switches.dense_rows_last = false;
+  EXPECT_NE(step(stars, 2), step(stars, 1));  // the whole graph has quasi-dense rows: the hub
   // Neither a parameter nor a full reset touches the switch.
   s.switches.dense_rows_last = true;
   EXPECT_EQ(mmekit::set_iparm(13, 2), 0);
