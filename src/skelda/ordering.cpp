@@ -222,24 +222,19 @@ void skelda_order(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1
     Array1<std::int32_t>& perm = *s.perm;
     Array1<std::int32_t>& iperm = *s.iperm;
     std::int64_t used = ordering;
-    bool told = false;  // the method line is printed once
-    auto say = [&](const char* name) {
-      if (loud && !told) out() << "   Ordering = " << name << "\n";
-      told = true;
-    };
+    const char* name = ordering == 0 ? "METIS" : ordering == 2 ? "QAMD" : ordering == 3 ? "AMF" : ordering == 4 ? "MMD" : "AMD";
+    if (ordering != 0 && ordering != 2 && ordering != 3 && ordering != 4 && ordering != 8 && ordering != 9) used = 1;
     // The chosen method on a graph: the whole one, or the one without its dense rows.
     const GraphOrdering method = [&](std::int32_t n, Array1<std::int32_t>& x, Array1<std::int32_t>& a,
                                      Array1<std::int32_t>& p, Array1<std::int32_t>& ip) {
       switch (ordering) {
         case 0: {
-          say("METIS");
           Array1<std::int32_t> opts(8);
           for (int k = 0; k < 8; ++k) opts(k + 1) = static_cast<std::int32_t>(s.iparm(30 + k));
           skelda_metis(n, x, a, opts, p, ip);
           break;
         }
         case 2:
-          say("QAMD");
           if (n == neq) {
             skelda_qamd(n, x, a, p, ip);
           } else {
@@ -253,11 +248,9 @@ void skelda_order(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1
           }
           break;
         case 3:
-          say("AMF");
           skelda_amf(n, x, a, p, ip);
           break;
         case 4: {
-          say("MMD");
           const std::int32_t delta = static_cast<std::int32_t>(
               std::clamp<std::int64_t>(s.iparm(kMmdDelta), std::numeric_limits<std::int32_t>::min(),
                                        std::numeric_limits<std::int32_t>::max()));
@@ -265,9 +258,7 @@ void skelda_order(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1
           break;
         }
         default:
-          say("AMD");
           skelda_amd(n, x, a, p, ip);
-          used = 1;
           break;
       }
     };
@@ -279,8 +270,10 @@ void skelda_order(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1
       for (std::int32_t k = 1; k <= neq; ++k) perm(k) = (*perm_in)(k);
       for (std::int32_t k = 1; k <= neq; ++k) iperm(perm(k)) = k;
     } else if (s.switches.dense_rows_last) {
+      if (loud) out() << "   Ordering = " << name << "\n";
       order_dense_rows_last(neq, xadj, adj, dense_row_threshold(neq), method, perm, iperm);
     } else {
+      if (loud) out() << "   Ordering = " << name << "\n";
       method(neq, xadj, adj, perm, iperm);
     }
     // Postorder of the elimination tree of the permuted pattern.

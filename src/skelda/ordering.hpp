@@ -45,7 +45,7 @@ bool skelda_have_metis();
 //
 // alpha = 2 was chosen by measurement: AMD with the rows set aside, on the animal-model
 // equations of the benchmark generator (bench/skelda/ordering_bench.cpp, MMEKIT_BENCH_ALPHAS),
-// fill and CPU time against SuiteSparse AMD at its default settings:
+// fill and CPU time against the peer AMD of that benchmark at its default settings:
 //
 //   alpha   51,033 equations   302,233 equations   1,000,400 equations
 //     1      +0.60 %  0.49 x     -3.38 %  0.46 x      +0.03 %  0.27 x
