@@ -17,7 +17,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <sstream>
+#include <type_traits>
 #include <vector>
 
 #include "mmekit/support/stop.hpp"
@@ -31,8 +33,12 @@ enum : std::int8_t { kVar = 0, kElem = 1, kGone = 2, kDense = 3 };
 
 template <class I>
 class QuotientOrdering {
+  using U = std::make_unsigned_t<I>;
+
  public:
-  QuotientOrdering(I n, Method method) : n_(n), method_(method) {}
+  // qamd_threshold: QAMD's quasi-dense threshold when given (not negative), else from the graph.
+  QuotientOrdering(I n, Method method, std::int64_t qamd_threshold = -1)
+      : n_(n), method_(method), qamd_threshold_(qamd_threshold) {}
 
   // xadj/adj 1-based full graph; order receives the elimination order (0-based nodes).
   void run(const Array1<I>& xadj, const Array1<I>& adj, std::vector<I>& order) {
@@ -52,8 +58,9 @@ class QuotientOrdering {
     st_.assign(n, kVar);
     degree_.assign(n, 0);
     ext_.assign(n, 0);
+    clique_.assign(n, 0);
     score_.assign(n, 0);
-    w_.assign(n, 0);
+    w_.assign(n, 1);  // 0 marks an absorbed element
     save_.assign(n, 0);
     chain_next_.assign(n, -1);
     chain_tail_.resize(n);
@@ -77,7 +84,7 @@ class QuotientOrdering {
     // Quasi-dense rows leave the graph at once and are numbered last.
     std::vector<I> dense_rows;
     if (method_ == Method::qamd) {
-      std::int64_t thr = qamd_dense_threshold(n, lenmax, total);
+      const std::int64_t thr = qamd_threshold_ >= 0 ? qamd_threshold_ : qamd_dense_threshold(n, lenmax, total);
       for (I i = 0; i < n; ++i)
         if (len_[i] > thr) {
           st_[i] = kDense;
@@ -139,7 +146,7 @@ class QuotientOrdering {
         start = pme = pe_[me];
         for (std::int64_t q = pe_[me]; q < pe_[me] + len_[me]; ++q) {
           I i = iw_[q];
-          if (st_[i] != kVar || nv_[i] <= 0) continue;
+          if (nv_[i] <= 0) continue;
           degme += nv_[i];
           nv_[i] = -nv_[i];
           iw_[pme++] = i;
@@ -163,7 +170,7 @@ class QuotientOrdering {
           }
           for (std::int64_t q = a; q < b; ++q) {
             I i = iw_[q];
-            if (st_[i] != kVar || nv_[i] <= 0) continue;
+            if (nv_[i] <= 0) continue;  // merged, eliminated, postponed, or already in Lme
             degme += nv_[i];
             nv_[i] = -nv_[i];
             iw_[pme++] = i;
@@ -184,19 +191,36 @@ class QuotientOrdering {
       // Lme is iw_[start, pme); nothing below moves the pool until the next pivot.
       const std::int64_t lme_begin = start, lme_end = pme;
 
-      // |Le \ Lme| for every element touching Lme, kept in w as wflg + size.
-      if (wflg_ > (std::int64_t{1} << 60)) {
-        std::fill(w_.begin(), w_.end(), 0);
+      // |Le \ Lme| for every element touching Lme, kept in w as wflg + size; an absorbed
+      // element keeps w = 0, every other node a positive w. The flag is restarted before the
+      // sums could pass the largest integer.
+      if (wflg_ > std::numeric_limits<I>::max() - static_cast<std::int64_t>(n) - 2) {
+        for (I x = 0; x < n; ++x)
+          if (w_[x] != 0) w_[x] = 1;
         wflg_ = 2;
       }
+      const I wflg = static_cast<I>(wflg_);
+      I wmax = wflg;
+      // Raw views for the two scans below, which are the bulk of the work on rows with many
+      // entries; no list grows or moves during them.
+      I* const iw = iw_.data();
+      I* const w = w_.data();
+      const I* const nv = nv_.data();
+      const I* const degree = degree_.data();
       for (std::int64_t t = lme_begin; t < lme_end; ++t) {
-        const I i = iw_[t];
-        const std::int64_t nvi = -nv_[i];
-        for (std::int64_t q = pe_[i]; q < pe_[i] + elen_[i]; ++q) {
-          I e = iw_[q];
-          if (st_[e] != kElem) continue;
-          if (w_[e] >= wflg_) w_[e] -= nvi;
-          else w_[e] = degree_[e] + wflg_ - nvi;
+        const I i = iw[t];
+        const I nvi = -nv[i];
+        const std::int64_t pend = pe_[i] + elen_[i];
+        for (std::int64_t q = pe_[i]; q < pend; ++q) {
+          const I e = iw[q];
+          const I we = w[e];
+          if (we >= wflg) {
+            w[e] = we - nvi;
+          } else if (we != 0) {
+            const I v = degree[e] + wflg - nvi;
+            w[e] = v;
+            wmax = std::max(wmax, v);
+          }
         }
       }
 
@@ -209,29 +233,39 @@ class QuotientOrdering {
         const I nel_i = elen_[i];
         std::int64_t q = s;
         std::int64_t deg = 0;
-        std::int64_t key = 0;
-        for (std::int64_t k = s; k < s + nel_i; ++k) {
-          I e = iw_[k];
-          if (st_[e] != kElem || e == me) continue;
-          std::int64_t dext = w_[e] - wflg_;
+        // Hash of the list: the sum of its entries, wrapping, modulo n (equal lists, equal keys;
+        // the division in the width of I is the cheaper one).
+        U key = 0;
+        std::int64_t clique = 0;  // sum of |Le \ Lme| (|Le \ Lme| - 1) over the other elements
+        const std::int64_t eend = s + nel_i, vend = s + len_[i];
+        for (std::int64_t k = s; k < eend; ++k) {
+          const I e = iw[k];
+          const I we = w[e];
+          if (we == 0) continue;  // absorbed
+          const I dext = we - wflg;
           if (dext > 0) {
             deg += dext;
-            iw_[q++] = e;
-            key += e;
+            clique += static_cast<std::int64_t>(dext) * (dext - 1);
+            iw[q++] = e;
+            key += static_cast<U>(e);
           } else {
             st_[e] = kGone;  // wholly inside Lme
             len_[e] = 0;
-            w_[e] = 0;
+            w[e] = 0;
           }
         }
         const I new_elen = static_cast<I>(q - s) + 1;
         const std::int64_t vstart = q;
-        for (std::int64_t k = s + nel_i; k < s + len_[i]; ++k) {
-          I j = iw_[k];
-          if (st_[j] != kVar || nv_[j] <= 0) continue;  // in Lme, merged away, or me
-          deg += nv_[j];
-          iw_[q++] = j;
-          key += j;
+        for (std::int64_t k = eend; k < vend; ++k) {
+          // A variable list holds variables only (a pivot leaves the lists of its neighbours
+          // when they are updated here); nv is negative in Lme and for me, 0 once merged or
+          // eliminated, so only the live variables outside Lme pass.
+          const I j = iw[k];
+          const I nvj = nv[j];
+          if (nvj <= 0) continue;
+          deg += nvj;
+          iw[q++] = j;
+          key += static_cast<U>(j);
         }
         if (new_elen == 1 && q == s) {
           // Nothing but me: eliminated together with the pivot.
@@ -253,15 +287,16 @@ class QuotientOrdering {
         len_[i] = static_cast<I>(q - s);
         elen_[i] = new_elen;
         ext_[i] = deg;
-        degree_[i] = std::min<std::int64_t>(degree_[i], deg);
-        key = (key + me) % n;
+        clique_[i] = clique;
+        degree_[i] = static_cast<I>(std::min<std::int64_t>(degree_[i], deg));
+        key = (key + static_cast<U>(me)) % static_cast<U>(n);
         hash_next_[i] = hash_head_[key];
         hash_head_[key] = i;
         save_[i] = key;
         hashed.push_back(i);
       }
-      degree_[me] = degme;
-      wflg_ += n + 1;
+      degree_[me] = static_cast<I>(degme);
+      wflg_ = static_cast<std::int64_t>(wmax) + 1;
 
       // Supervariables: equal lists in one hash bucket.
       for (I i0 : hashed) {
@@ -300,17 +335,19 @@ class QuotientOrdering {
         if (nv_[i] >= 0) continue;
         const std::int64_t nvi = -nv_[i];
         iw_[q++] = i;
-        std::int64_t deg = std::min(degree_[i] + degme - nvi, nleft - nvi);
+        std::int64_t deg = std::min<std::int64_t>(degree_[i] + degme - nvi, nleft - nvi);
         deg = std::max<std::int64_t>(deg, 0);
         nv_[i] = static_cast<I>(nvi);
         if (method_ == Method::amf) {
           const std::int64_t di = ext_[i];
           std::int64_t de = (nleft < degme + di) ? nleft - nvi : degme - nvi + di;
-          degree_[i] = std::max<std::int64_t>(std::min<std::int64_t>(de, n - 1), 0);
-          score_[i] = amf_score(n, nleft, degme, nvi, di, score_[i]);
+          degree_[i] = static_cast<I>(std::max<std::int64_t>(std::min<std::int64_t>(de, n - 1), 0));
+          // The fill of eliminating i: its new neighbours outside Lme joined to each other and
+          // to Lme, less the pairs that its other elements already join.
+          score_[i] = amf_score(n, nleft, degme, nvi, di, clique_[i]);
           insert(i, amf_bucket(n, score_[i]));
         } else {
-          degree_[i] = std::min<std::int64_t>(deg, n - 1);
+          degree_[i] = static_cast<I>(std::min<std::int64_t>(deg, n - 1));
           insert(i, degree_[i]);
         }
       }
@@ -386,12 +423,14 @@ class QuotientOrdering {
 
   I n_;
   Method method_;
+  std::int64_t qamd_threshold_ = -1;
   std::vector<I> iw_;
   std::int64_t pfree_ = 0;
   std::vector<std::int64_t> pe_;
   std::vector<I> len_, elen_, nv_;
   std::vector<std::int8_t> st_;
-  std::vector<std::int64_t> degree_, ext_, score_, w_, save_;
+  std::vector<I> degree_, w_;
+  std::vector<std::int64_t> ext_, clique_, score_, save_;
   std::vector<I> chain_next_, chain_tail_, hash_head_, hash_next_, hashed_;
   std::vector<std::int64_t> mark_;
   std::int64_t tag_ = 0;
@@ -402,12 +441,13 @@ class QuotientOrdering {
 };
 
 template <class I>
-void run_method(Method m, I n, const Array1<I>& xadj, const Array1<I>& adj, Array1<I>& perm, Array1<I>& iperm) {
+void run_method(Method m, I n, const Array1<I>& xadj, const Array1<I>& adj, Array1<I>& perm, Array1<I>& iperm,
+                std::int64_t qamd_threshold = -1) {
   if (perm.size() < n) perm.resize(n);
   if (iperm.size() < n) iperm.resize(n);
   if (n <= 0) return;
   std::vector<I> order;
-  QuotientOrdering<I>(n, m).run(xadj, adj, order);
+  QuotientOrdering<I>(n, m, qamd_threshold).run(xadj, adj, order);
   for (I k = 0; k < n; ++k) {
     perm(k + 1) = order[static_cast<std::size_t>(k)] + 1;
     iperm(order[static_cast<std::size_t>(k)] + 1) = k + 1;
@@ -438,7 +478,9 @@ void amf_check_finish(std::int64_t n, std::int64_t numbered) {
 }
 
 // Fill score of variable i after the pivot element (boundary weight dme) is formed: wi its
-// weight, di its degree outside the element, si its previous score, nleft the variables left.
+// weight, di its degree outside the element, si the pairs of those outside neighbours that
+// its other elements already join (the sum of |Le \ Lme| (|Le \ Lme| - 1) over them), nleft
+// the variables left.
 std::int64_t amf_score(std::int64_t n, std::int64_t nleft, std::int64_t dme, std::int64_t wi,
                        std::int64_t di, std::int64_t si) {
   const double Dme = static_cast<double>(dme), Wi = static_cast<double>(wi);
@@ -475,6 +517,10 @@ void skelda_amd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<s
 void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                  Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm) {
   run_method<std::int32_t>(Method::qamd, n, xadj, adj, perm, iperm);
+}
+void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
+                 std::int64_t threshold, Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm) {
+  run_method<std::int32_t>(Method::qamd, n, xadj, adj, perm, iperm, std::max<std::int64_t>(threshold, 0));
 }
 void skelda_amf(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                 Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm) {

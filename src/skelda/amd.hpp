@@ -16,6 +16,11 @@ void skelda_amd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<s
                 Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
 void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                  Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
+// QAMD with its quasi-dense threshold given: rows longer than `threshold` are postponed. The
+// ordering step uses it when the dense-row switch has reduced the graph, so that the rule
+// still judges rows by the lengths of the whole matrix.
+void skelda_qamd(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
+                 std::int64_t threshold, Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
 void skelda_amf(std::int32_t n, const Array1<std::int32_t>& xadj, const Array1<std::int32_t>& adj,
                 Array1<std::int32_t>& perm, Array1<std::int32_t>& iperm);
 void skelda_amd8(std::int64_t n, const Array1<std::int64_t>& xadj, const Array1<std::int64_t>& adj,
@@ -34,8 +39,9 @@ std::int64_t qamd_dense_threshold(std::int64_t n, std::int64_t lenmax, std::int6
 void qamd_check_finish(std::int64_t n, std::int64_t numbered, std::int64_t dense_left);
 void amf_check_finish(std::int64_t n, std::int64_t numbered);
 
-// The minimum-fill score of a variable after a pivot element is formed (see amd.cpp), and its
-// bucket among n+2 buckets.
+// The minimum-fill score of a variable after a pivot element is formed (see amd.cpp; si is the
+// fill its other elements already cover, not its previous score), and its bucket among n+2
+// buckets.
 std::int64_t amf_score(std::int64_t n, std::int64_t nleft, std::int64_t dme, std::int64_t wi,
                        std::int64_t di, std::int64_t si);
 std::int64_t amf_bucket(std::int64_t n, std::int64_t score);

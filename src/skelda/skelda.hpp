@@ -50,9 +50,15 @@ inline constexpr std::int32_t kSkeldaOverflow = 90;
 // A task needs a step that is not installed in `skelda_steps()`.
 inline constexpr std::int32_t kSkeldaStepMissing = 99;
 
-// Switches of the library's own, beyond the parameter words: the full reset (task 0) and the
-// parameter entries leave them as they are.
+// Switches of the library's own, outside the iparm words: set them in the code,
+// e.g. `skelda_state.switches.dense_rows_last = true;`. A full reset (task 0) and set_iparm
+// leave them as they are.
 struct SkeldaSwitches {
+  // Every ordering method (METIS, AMD, QAMD, AMF, MMD, and the minimum-degree ordering of the
+  // sparse Cholesky package) orders the graph without its dense rows and numbers those last
+  // (see order_dense_rows_last in ordering.hpp). Meant for mixed-model equations with
+  // covariates or fixed effects that touch most equations; off by default.
+  bool dense_rows_last = false;
   // Symbolic factorisation merges small supernodes into their parents at the price of a few
   // explicit zeros (off: only exactly nested columns share a supernode).
   bool relaxed_amalgamation = false;

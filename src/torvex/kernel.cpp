@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "mmekit/skelda/mmd.hpp"
+#include "mmekit/skelda/ordering.hpp"
 #include "mmekit/support/array.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/format.hpp"
@@ -225,8 +226,24 @@ void ordering(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja, st
   for (std::int32_t i = 1; i <= n + 1; ++i) xadj(i) += 1;
   for (auto& v : adjncy) v += 1;
   std::int32_t nofsub = 0;
-  if (n > 0)
+  if (n > 0 && args.dense_rows_last) {
+    // The graph without its dense rows gets the minimum-degree order, the dense rows come last.
+    // The subscript count is then that of the reduced graph plus the dense rows' own block; no
+    // later stage sizes anything by it.
+    const std::int64_t dense = order_dense_rows_last(
+        n, xadj, adjncy, dense_row_threshold(n),
+        [&](std::int32_t rn, Array1<std::int32_t>& x, Array1<std::int32_t>& a, Array1<std::int32_t>& p,
+            Array1<std::int32_t>& ip) {
+          p.resize(rn);
+          ip.resize(rn);
+          mmd_genmmd(rn, x, a, ip, p, 0, head, qsize, list, marker, 9999999, nofsub);
+        },
+        perm, invp);
+    nofsub = static_cast<std::int32_t>(
+        std::min<std::int64_t>(nofsub + dense * (dense + 1) / 2, std::numeric_limits<std::int32_t>::max()));
+  } else if (n > 0) {
     mmd_genmmd(n, xadj, adjncy, invp, perm, 0, head, qsize, list, marker, 9999999, nofsub);
+  }
   set_ordering_header(is, n, nnza);
   std::int32_t* p = is + is[H_PERM];
   std::int32_t* q = is + is[H_INVP];

@@ -90,6 +90,9 @@ struct TorvexKernelArgs {
   FramedWriter* save_unit = nullptr;  // option 74
   FramedReader* load_unit = nullptr;  // option 75
   TorvexStatistics* stats = nullptr;  // null: the package's own statistics
+  // Option 10: order the graph without its dense rows and number those last (the driver takes
+  // it from skelda_state.switches.dense_rows_last).
+  bool dense_rows_last = false;
 };
 
 // Option numbers:

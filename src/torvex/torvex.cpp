@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "mmekit/skelda/skelda.hpp"
 #include "mmekit/sparse/ija.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/framed.hpp"
@@ -98,6 +99,7 @@ void ordering_and_symbolic(sparse_ija& m, const TorvexArgs& args, std::int32_t m
   } else {
     FramedWriter w(order_file);
     kargs.order_out = &w;
+    kargs.dense_rows_last = skelda_state.switches.dense_rows_last;
     run_stage(10, m, nullptr, kargs, max_memory, pl, "ordering time =");
   }
   s.invp.assign(m.n, 0);

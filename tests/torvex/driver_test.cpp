@@ -10,6 +10,9 @@
 #include "common/spd.hpp"
 #include "common/stop.hpp"
 #include "helpers.hpp"
+#include "mmekit/skelda/graph.hpp"
+#include "mmekit/skelda/ordering.hpp"
+#include "mmekit/skelda/skelda.hpp"
 #include "mmekit/support/framed.hpp"
 #include "mmekit/support/output.hpp"
 #include "mmekit/torvex/torvex.hpp"
@@ -212,4 +215,44 @@ TEST(TorvexDriver, EmptyMatrix) {
   TORVEX("det", m, {.det = &det});
   EXPECT_EQ(det, 7.0);  // nothing is stored for an empty matrix
   TORVEX("inv", m);
+}
+
+TEST(TorvexDriver, DenseRowsLastSwitch) {
+  // The solver's dense-row switch also governs this package's ordering: the rows above the
+  // threshold come last, in ascending order, and the factor solves the same system. A unit
+  // added to the diagonal makes the generated equations positive definite.
+  test::SmallMme mme = test::small_mme(400, 5);
+  sparse_ija m = mme.ija;
+  for (std::int32_t i = 1; i <= m.n; ++i) m.a(m.ia(i)) += 1.0;
+  Array1<std::int32_t> xadj, adj;
+  full_graph(m.n, m.ia, m.ja, xadj, adj);
+  std::vector<std::int32_t> dense;
+  for (std::int32_t i = 1; i <= m.n; ++i)
+    if (xadj(i + 1) - xadj(i) > dense_row_threshold(m.n)) dense.push_back(i);
+  ASSERT_FALSE(dense.empty());
+  Vec rhs(m.n), x_off, x_on;
+  for (std::int32_t i = 1; i <= m.n; ++i) rhs(i) = std::sin(0.1 * i);
+  Array1<std::int32_t> p_off, p_on;
+  double ld_off = 0, ld_on = 0;
+  {
+    Fresh fresh;
+    sparse_ija a = m;
+    TORVEX("fac", a, {.perm_out = &p_off});
+    TORVEX("sol", a, {.rhs = &rhs, .sol = &x_off});
+    TORVEX("lde", a, {.det = &ld_off});
+  }
+  skelda_state.switches.dense_rows_last = true;
+  {
+    Fresh fresh;
+    sparse_ija a = m;
+    TORVEX("fac", a, {.perm_out = &p_on});
+    TORVEX("sol", a, {.rhs = &rhs, .sol = &x_on});
+    TORVEX("lde", a, {.det = &ld_on});
+  }
+  skelda_state.switches.dense_rows_last = false;
+  EXPECT_NE(p_on, p_off);
+  const std::vector<std::int32_t> tail(p_on.end() - static_cast<std::ptrdiff_t>(dense.size()), p_on.end());
+  EXPECT_EQ(tail, dense);
+  expect_all_near(x_on, x_off, 1e-9);
+  EXPECT_NEAR(ld_on, ld_off, 1e-8);
 }
