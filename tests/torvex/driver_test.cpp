@@ -235,7 +235,7 @@ TEST(TorvexDriver, DenseRowsLastSwitch) {
   Array1<std::int32_t> p_off, p_on;
   double ld_off = 0, ld_on = 0;
   {
-    Fresh fresh;
+    fresh_driver();
     sparse_ija a = m;
     TORVEX("fac", a, {.perm_out = &p_off});
     TORVEX("sol", a, {.rhs = &rhs, .sol = &x_off});
@@ -243,7 +243,7 @@ TEST(TorvexDriver, DenseRowsLastSwitch) {
   }
   skelda_state.switches.dense_rows_last = true;
   {
-    Fresh fresh;
+    fresh_driver();
     sparse_ija a = m;
     TORVEX("fac", a, {.perm_out = &p_on});
     TORVEX("sol", a, {.rhs = &rhs, .sol = &x_on});
