@@ -183,39 +183,60 @@ std::int32_t load_matrix(std::int32_t n, const Array1<std::int32_t>& ia, const A
   const std::int64_t nnz = static_cast<std::int64_t>(ia(n + 1)) - 1;
   if (nnz < 0 || nnz > ja.size() || nnz > a.size()) return kSkeldaNoTempMemory;
   if (position_map && position_map->size() < nnz) position_map->resize(nnz);
-  for (std::int32_t i = 1; i <= n; ++i) {
+  // The entries by permuted column (the smaller permuted index), in the order of the input so
+  // that the last of a repeated entry is stored last.
+  std::vector<std::int64_t> start(static_cast<std::size_t>(n) + 2, 0);
+  for (std::int32_t i = 1; i <= n; ++i)
     for (std::int64_t k = ia(i); k < ia(i + 1); ++k) {
       const std::int32_t j = ja(k);
-      if (j < 1 || j > n) return kSkeldaNoTempMemory;
-      std::int32_t r = iperm(i), c = iperm(j);
+      if (k < 1 || j < 1 || j > n) return kSkeldaNoTempMemory;
+      const std::int32_t r = iperm(i), c = iperm(j);
       if (r < 1 || r > n || c < 1 || c > n) return kSkeldaNoTempMemory;
-      if (r < c) std::swap(r, c);
-      double value = a(k);
-      if ((cflag(r) & 1) || (cflag(c) & 1)) value = (r == c) ? 1.0 : 0.0;
-      const std::int32_t s = (*layout.snode)(c);
-      const std::int64_t f = layout.first(s), w = layout.width(s);
-      const std::int64_t rl = r - f + 1, cl = c - f + 1;
-      std::int64_t pos = 0;
-      if (layout.panel_form(s)) {
-        if (rl > w || cl > w) stop("ERROR: set_sx2_factor_element() Element not allocated");
-        pos = layout.diag_position(s, rl, cl);
-      } else if (rl <= w) {
-        pos = layout.diag_position(s, rl, cl);
-      } else {
-        const std::int64_t x = (*layout.xlindx)(s), m = layout.rows_below(s);
-        std::int64_t found = -1;
-        for (std::int64_t q = 0; q < m; ++q)
-          if ((*layout.lindx)(x + q) == r) {
-            found = q;
-            break;
-          }
-        if (found < 0) return kSkeldaNoTempMemory;
-        pos = layout.below_position(s, found, cl);
-      }
-      if (pos < 1 || pos > total) return kSkeldaNoTempMemory;
-      lnz(pos) = value;
-      if (position_map) (*position_map)(k) = pos;
+      ++start[static_cast<std::size_t>(std::min(r, c)) + 1];
     }
+  for (std::int32_t c = 1; c <= n; ++c) start[static_cast<std::size_t>(c) + 1] += start[static_cast<std::size_t>(c)];
+  std::vector<std::int64_t> entry(static_cast<std::size_t>(std::max<std::int64_t>(nnz, 1)));
+  std::vector<std::int32_t> row(entry.size());
+  std::vector<std::int64_t> fill(start.begin(), start.end());
+  for (std::int32_t i = 1; i <= n; ++i)
+    for (std::int64_t k = ia(i); k < ia(i + 1); ++k) {
+      const std::int32_t p = iperm(i), q = iperm(ja(k));
+      const auto e = static_cast<std::size_t>(fill[static_cast<std::size_t>(std::min(p, q))]++);
+      entry[e] = k;
+      row[e] = std::max(p, q);
+    }
+  // Supernode by supernode: each row of the supernode gets its local row (the diagonal block
+  // first, then the row list), stamped with the supernode so that a row of another one is
+  // recognised as missing.
+  std::vector<std::int32_t> local(static_cast<std::size_t>(n) + 1, 0), stamp(static_cast<std::size_t>(n) + 1, 0);
+  for (std::int32_t s = 1; s <= layout.nsn; ++s) {
+    const std::int64_t f = layout.first(s), w = layout.width(s), m = layout.rows_below(s);
+    const bool panel = layout.panel_form(s);
+    for (std::int64_t t = 0; t < w; ++t) {
+      local[static_cast<std::size_t>(f + t)] = static_cast<std::int32_t>(t);
+      stamp[static_cast<std::size_t>(f + t)] = s;
+    }
+    for (std::int64_t q = 0; q < m; ++q) {
+      const std::int32_t r = (*layout.lindx)((*layout.xlindx)(s) + q);
+      local[static_cast<std::size_t>(r)] = static_cast<std::int32_t>(w + q);
+      stamp[static_cast<std::size_t>(r)] = s;
+    }
+    for (std::int64_t c = f; c < f + w; ++c)
+      for (std::int64_t e = start[static_cast<std::size_t>(c)]; e < start[static_cast<std::size_t>(c) + 1]; ++e) {
+        const std::int64_t k = entry[static_cast<std::size_t>(e)];
+        const std::int32_t r = row[static_cast<std::size_t>(e)];
+        if (stamp[static_cast<std::size_t>(r)] != s) {
+          if (panel) stop("ERROR: set_sx2_factor_element() Element not allocated");
+          return kSkeldaNoTempMemory;
+        }
+        const std::int64_t li = local[static_cast<std::size_t>(r)], cl = c - f + 1;
+        const std::int64_t pos = li < w ? layout.diag_position(s, li + 1, cl) : layout.below_position(s, li - w, cl);
+        if (pos < 1 || pos > total) return kSkeldaNoTempMemory;
+        double value = a(k);
+        if ((cflag(r) & 1) || (cflag(static_cast<std::int32_t>(c)) & 1)) value = (r == c) ? 1.0 : 0.0;
+        lnz(pos) = value;
+        if (position_map) (*position_map)(k) = pos;
+      }
   }
   return kSkeldaOk;
 }
