@@ -525,15 +525,15 @@ std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, con
   const Sx2Layout layout = skelda_layout();
   Array1<std::int32_t>& cflag = *s.cflag;
   if (s.iparm(kConstraintsGiven) < 1) cflag.fill(0);
-  if (s.iparm(kNoLoad) < 1) {
-    const std::int32_t st = load_matrix(n, ia, ja, a, *s.iperm, layout, *s.lnz, cflag);
-    if (st != kSkeldaOk) return status;
-  } else if (v >= 2) {
-    out() << "NOTE: The sparse matrix is not loaded to the internal storage.\n";
-  }
   SnllMemory mem;
   std::int64_t r = 0;
   try {
+    if (s.iparm(kNoLoad) < 1) {
+      const std::int32_t st = load_matrix(n, ia, ja, a, *s.iperm, layout, *s.lnz, cflag);
+      if (st != kSkeldaOk) return status;
+    } else if (v >= 2) {
+      out() << "NOTE: The sparse matrix is not loaded to the internal storage.\n";
+    }
     mem = snll_simulate(layout, s.iparm(kLnzAllocated), verbose);
     rank = 0;
     status = 8;
