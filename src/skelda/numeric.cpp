@@ -131,7 +131,8 @@ struct Walk {
 
 }  // namespace
 
-SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose) {
+SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose,
+                         std::int64_t small_update) {
   SnllMemory mem;
   Walk walk(layout);
   const std::int64_t cw = snll_update_width(layout);
@@ -140,12 +141,12 @@ SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int
     widest = std::max(widest, layout.width(j));
     mem.lj = std::max(mem.lj, sx2_size(layout.width(j), layout.rows_below(j), layout.panel));
     walk.set_relidx(j);
-    const bool panel = layout.panel_form(j);
     for (std::int32_t k = walk.link[static_cast<std::size_t>(j)]; k != 0;) {
       const std::int32_t next = walk.link[static_cast<std::size_t>(k)];
       std::int64_t r = 0, nj = 0;
       walk.prepare(j, k, r, nj);
-      if (r > 0 && (panel || !walk.contiguous(r))) mem.tmp = std::max(mem.tmp, r * std::min(nj, cw));
+      if (r > 0 && r * nj * layout.width(k) > small_update && !walk.contiguous(r))
+        mem.tmp = std::max(mem.tmp, r * std::min(nj, cw));
       walk.advance(k, r, nj);
       k = next;
     }
@@ -415,6 +416,21 @@ struct Factoriser {
                    x + base + w * w + i0 * m, bi(m));
       return;
     }
+    if (panel && walk.contiguous(r)) {
+      // Consecutive rows of a panel-form root: straight into each block column reached.
+      const std::int64_t i0 = local(0), p = L.panel, nbk = sx2_blocks(w, p);
+      for (std::int64_t c = 0; c < nj;) {
+        const std::int64_t tc = i0 + c, jb = tc / p + 1, cend = std::min(nj, jb * p - i0), nc = cend - c;
+        const std::int64_t ld = (nbk - jb + 1) * p;
+        const std::int64_t colbase = base + sx2_block_column_offset(jb, nbk, p) + ld * (tc - (jb - 1) * p) - (jb - 1) * p;
+        blas.dsyrk('L', 'N', bi(nc), bi(wk), -1.0, src + c, bi(mk), 1.0, x + colbase + tc, bi(ld));
+        if (r > cend)
+          blas.dgemm('N', 'T', bi(r - cend), bi(nc), bi(wk), -1.0, src + cend, bi(mk), src + c, bi(mk), 1.0,
+                     x + colbase + i0 + cend, bi(ld));
+        c = cend;
+      }
+      return;
+    }
     // Otherwise through tmp, a chunk of target columns at a time, and a scatter by gather.
     const std::int64_t cw = snll_update_width(L);
     const std::int64_t nbk = panel ? sx2_blocks(w, L.panel) : 0, p = L.panel;
@@ -534,7 +550,7 @@ std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, con
     } else if (v >= 2) {
       out() << "NOTE: The sparse matrix is not loaded to the internal storage.\n";
     }
-    mem = snll_simulate(layout, s.iparm(kLnzAllocated), verbose);
+    mem = snll_simulate(layout, s.iparm(kLnzAllocated), verbose, SnllOptions{}.small_update);
     rank = 0;
     status = 8;
     SnllOptions opt;

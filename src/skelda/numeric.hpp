@@ -53,9 +53,12 @@ struct SnllMemory {
 std::int64_t snll_update_width(const Sx2Layout& layout);
 
 // Walks the supernodes in the order of the factorisation, with the same lists of pending
-// updates, and returns the sizes of its work. Prints "SKELDA_FAC_SNLL" and the three size
-// lines at |verbose| > 2, with `lx_size` (iparm(44)) in the last ratio.
-SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose);
+// updates, and returns the sizes of its work: the temporary serves the updates above
+// `small_update` (the option of the same name) whose rows are not consecutive in the target.
+// Prints "SKELDA_FAC_SNLL" and the three size lines at |verbose| > 2, with `lx_size`
+// (iparm(44)) in the last ratio.
+SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose,
+                         std::int64_t small_update = 0);
 
 // Loads the upper triangle (ia, ja, a) under `iperm` into `lnz`, zeroed first. Entries in a
 // row or column whose `cflag` word is true become 1 on the diagonal and 0 elsewhere. Values
