@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mmekit/skelda/numeric.hpp"
+#include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
@@ -113,6 +114,7 @@ SkeldaSteps& skelda_steps() {
     SkeldaSteps installed;
     installed.symfac = skelda_symfac_step;
     installed.numfac = skelda_numfac_step;
+    install_solve_steps(installed);  // solve, det, logdet, mulinv, mulfac
     return installed;
   }();
   return steps;

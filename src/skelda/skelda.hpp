@@ -8,12 +8,13 @@
 //   std::int32_t st = 0, verbose = 2;
 //   skeldatask(10, {.neq = &n, .ia = &ia, .ja = &ja, .verbose = &verbose, .status = &st});
 //
-// Tasks 0 to 7, 10, 11, 12, 20, 40 and 80 are complete. The steps beyond ordering are entries
-// of the step table `skelda_steps()`: symbolic factorisation (symbolic.hpp) and numerical
-// factorisation (numeric.hpp) are installed there by default; the later ones (solution,
-// determinants, sparse inversion, state objects and files, multiplications) are installed by
-// the code that implements them, and until a step is installed a task that needs it ends with
-// status `kSkeldaStepMissing`, whose text is the unknown-error line.
+// Tasks 0 to 7, 10, 11, 12, 20, 40, 50, 54, 55, 56, 80, 90 and 100 are complete. The steps
+// beyond ordering are entries of the step table `skelda_steps()`: symbolic factorisation
+// (symbolic.hpp), numerical factorisation (numeric.hpp) and the solve, determinant and
+// multiplication steps (solve.hpp) are installed there by default; the later ones (sparse
+// inversion, state objects and files) are installed by the code that implements them, and
+// until a step is installed a task that needs it ends with status `kSkeldaStepMissing`, whose
+// text is the unknown-error line.
 #pragma once
 
 #include <cstdint>
@@ -49,6 +50,14 @@ inline constexpr std::int32_t kSkeldaOverflow = 90;
 // A task needs a step that is not installed in `skelda_steps()`.
 inline constexpr std::int32_t kSkeldaStepMissing = 99;
 
+// Switches of the library's own, beyond the parameter words: the full reset (task 0) and the
+// parameter entries leave them as they are.
+struct SkeldaSwitches {
+  // Symbolic factorisation merges small supernodes into their parents at the price of a few
+  // explicit zeros (off: only exactly nested columns share a supernode).
+  bool relaxed_amalgamation = false;
+};
+
 struct SkeldaState {
   bool first_use = true;           // set at program start; the first entry initialises
   std::int64_t parameter_count = 0;
@@ -61,6 +70,7 @@ struct SkeldaState {
   std::optional<Array1<std::int32_t>> lindx;
   std::optional<Array1<double>> lnz;
   std::optional<Array1<std::int32_t>> cflag;
+  SkeldaSwitches switches;
 
   std::int64_t& stage() { return iparm(kStage); }
 };

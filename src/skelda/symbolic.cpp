@@ -274,6 +274,57 @@ void split_supernodes(std::int32_t nsn, const Array1<std::int32_t>& xsuper, cons
   new_xsuper(count + 1) = xsuper(nsn + 1);
 }
 
+std::int32_t amalgamate_supernodes(const Array1<std::int64_t>& colcnt, std::int32_t& nsn,
+                                   Array1<std::int32_t>& xsuper, const Array1<std::int32_t>& snparent,
+                                   const AmalgamationBounds& bounds) {
+  if (nsn < 2) return 0;
+  if (xsuper.size() < static_cast<std::int64_t>(nsn) + 1 || snparent.size() < nsn ||
+      colcnt.size() < xsuper(nsn + 1) - 1)
+    stop("amalgamate_supernodes: the arrays are shorter than the partition");
+  auto accept = [&](std::int64_t width, double zeros, double entries) {
+    if (width <= bounds.always_width) return true;
+    const double share = entries > 0 ? zeros / entries : 0.0;
+    if (width <= bounds.small_width) return share <= bounds.small_share;
+    if (width <= bounds.medium_width) return share <= bounds.medium_share;
+    return share <= bounds.large_share;
+  };
+  Array1<std::int32_t> merged(static_cast<std::int64_t>(nsn) + 1, 0);
+  std::int32_t groups = 0, merges = 0;
+  // The group being built: its width, the rows below it (those of its last part), its explicit
+  // zeros and all its entries (lower triangle, zeros included).
+  std::int64_t gw = 0, gm = 0;
+  double gz = 0, ge = 0;
+  for (std::int32_t s = 1; s <= nsn; ++s) {
+    const std::int32_t c = xsuper(s);
+    const std::int64_t w = xsuper(s + 1) - c;
+    const std::int64_t m = colcnt(c) - w;
+    double entries = 0;
+    for (std::int64_t k = c; k < c + w; ++k) entries += static_cast<double>(colcnt(k));
+    if (s > 1 && snparent(s - 1) == s) {
+      // Every column of the group now reaches down through s and the rows below s.
+      const double extra = static_cast<double>(gw) * static_cast<double>(std::max<std::int64_t>(w + m - gm, 0));
+      if (accept(gw + w, gz + extra, ge + extra + entries)) {
+        gw += w;
+        gm = m;
+        gz += extra;
+        ge += extra + entries;
+        ++merges;
+        continue;
+      }
+    }
+    merged(++groups) = c;
+    gw = w;
+    gm = m;
+    gz = 0;
+    ge = entries;
+  }
+  merged(groups + 1) = xsuper(nsn + 1);
+  merged.resize(static_cast<std::int64_t>(groups) + 1);
+  xsuper = std::move(merged);
+  nsn = groups;
+  return merges;
+}
+
 void effective_counts(std::int32_t n, const Array1<std::int64_t>& colcnt, std::int32_t nsn,
                       const Array1<std::int32_t>& xsuper, Array1<std::int64_t>& effcnt) {
   if (nsn < 0 || xsuper.size() < static_cast<std::int64_t>(nsn) + 1 || colcnt.size() < n ||
@@ -335,6 +386,8 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
     Array1<std::int32_t> xsuper, snode, snparent;
     find_supernodes(n, parent, cs.colcnt, nsn, xsuper, snode);
     supernode_parents(parent, nsn, xsuper, snparent);
+    if (S.switches.relaxed_amalgamation && amalgamate_supernodes(cs.colcnt, nsn, xsuper, snparent) > 0)
+      supernode_parents(parent, nsn, xsuper, snparent);
     Array1<std::int64_t> cc;  // counts of the stored columns
     effective_counts(n, cs.colcnt, nsn, xsuper, cc);
 
@@ -376,6 +429,7 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
       }
       say("   |Sm|     =", root_width);
       say("   max|Sj|  =", inner_width);
+      // The most children of any supernode, then of any root.
       say("   max_kids =", kids_max);
       say("   max_kids =", root_kids_max);
     }

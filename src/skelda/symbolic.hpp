@@ -90,6 +90,25 @@ void split_supernodes(std::int32_t nsn, const Array1<std::int32_t>& xsuper, cons
                       std::int64_t threshold, std::int32_t& nsplit, std::int32_t& new_nsn,
                       Array1<std::int32_t>& new_xsuper);
 
+// Relaxed amalgamation (an option of the library, off by default): a supernode is merged into
+// the next one when that is its parent and the merged supernode stays narrow or gains few
+// explicit zeros. The merged supernode keeps all its columns dense and the rows below its
+// parent part, which hold the rows below the child, so the stored pattern contains the exact
+// one; the added positions are zeros and factorise as zeros.
+struct AmalgamationBounds {
+  std::int64_t always_width = 4;   // merge whenever the merged width is at most this
+  std::int64_t small_width = 16;   // up to this width: merge when zeros are at most small_share
+  double small_share = 0.5;        // ... of the entries of the merged supernode's columns
+  std::int64_t medium_width = 48;  // up to this width: medium_share
+  double medium_share = 0.1;
+  double large_share = 0.05;       // wider: large_share
+};
+// Merges in place (nsn, xsuper); snparent must be that of the given partition and is to be
+// recomputed afterwards. Returns the number of merges.
+std::int32_t amalgamate_supernodes(const Array1<std::int64_t>& colcnt, std::int32_t& nsn,
+                                   Array1<std::int32_t>& xsuper, const Array1<std::int32_t>& snparent,
+                                   const AmalgamationBounds& bounds = {});
+
 // The column counts of the stored factor: for column c of a supernode whose last column is e,
 // (e - c) + colcnt(e). On exactly nested supernodes these are the column counts themselves.
 void effective_counts(std::int32_t n, const Array1<std::int64_t>& colcnt, std::int32_t nsn,

@@ -86,15 +86,12 @@ TEST(ParameterFile, ReadsCompleteModel) {
   // A blank line as the name leaves the item of the line before it: the keyword.
   EXPECT_EQ(model.random_file.vec(), (Texts{"", "", "ped.txt", "", "FILE"}));
   EXPECT_EQ(model.r_inv.rows() * 10 + model.r_inv.cols(), 22);
-  EXPECT_EQ(model.g_var(3, 4, 1), 1.0);  // g_var(e, i, j): the block of the group's first effect
-  EXPECT_EQ(model.g_var(3, 5, 5), 0.0);
-  EXPECT_EQ(model.g_var(4, 1, 1), 0.0);  // only the first effect of a group holds the block
+  // g_var(e, i, j): the block of a group is held by its first effect only.
+  EXPECT_EQ(std::make_tuple(model.g_var(3, 4, 1), model.g_var(3, 5, 5), model.g_var(4, 1, 1)), std::make_tuple(1.0, 0.0, 0.0));
   // The pedigree file did not exist: it is created empty and kept open as unit 3 + 50. The
   // diagonal group opens no file.
   EXPECT_TRUE(test::file_exists("ped.txt") && test::read_file("ped.txt").empty());
-  EXPECT_NE(model_unit(53), nullptr);
-  EXPECT_EQ(model_unit(55), nullptr);
-  EXPECT_NE(model_unit(parameter_file_unit), nullptr);
+  EXPECT_TRUE(model_unit(53) && !model_unit(55) && model_unit(parameter_file_unit));
   // What the example's printout lacks: an absent effect, other decades, a diagonal group.
   const Texts lines = printout("TEST MODEL");
   ASSERT_EQ(lines.size(), 42u);
@@ -291,7 +288,7 @@ TEST(Options, CheckOptions) {
   CaptureOutput cap;
   check_options(all);  // lines "OPTION" alone and "OPTIONS ..." are not looked at
   EXPECT_EQ(cap.text(), "");
-  std::vector<std::string> lower = all;
+  auto lower = all;
   lower[4] = "case";
   EXPECT_EQ(test::stop_output([&] { check_options(lower); }),
             "\n ***** OPTION NOT valid for this program !!!! \n       \"Case\"\n"

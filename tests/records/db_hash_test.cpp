@@ -75,7 +75,6 @@ std::string printed(void (*print)(const db_hash&), const db_hash& db) {
 
 TEST(DbHash, LayoutPutsTheIndexFirst) {
   db_hash db;
-  EXPECT_EQ(db.status, 0);
   add_fields(db, "year", "int");
   EXPECT_EQ(db.status, 1);
   add_fields(db, "name5", "char", 5);
@@ -89,9 +88,8 @@ TEST(DbHash, LayoutPutsTheIndexFirst) {
   // w, longer_t in their order.
   EXPECT_EQ(Ints(db.field_info.vec().begin(), db.field_info.vec().begin() + 20),
             (Ints{2, 4, 3, 3, 1, 5, 1, 2, 1, 4, 4, 4, 3, 4, 5, 5, 2, 4, 6, 6}));
-  EXPECT_EQ(db.words, 6);
   // Names are cut to 8 characters; the cut name finds the field.
-  EXPECT_EQ(db.field_name[4], "longer_t");
+  EXPECT_EQ(std::make_tuple(db.words, db.field_name[4]), std::make_tuple(6, "longer_t"));
   init_db_hash(db, 11);
   insert_el(db, "name5", "abcde");
   insert_el(db, "longer_than_8_too", 42);
@@ -138,8 +136,7 @@ TEST(DbHash, ExpansionOnThe71stKeyOfATableOf100) {
   declare_animals(db, 100);
   CaptureOutput cap;
   for (int i = 1; i <= 70; ++i) insert_animal(db, i, i, static_cast<float>(i) * 0.5f);
-  EXPECT_EQ(db.size, 100);
-  EXPECT_EQ(cap.text(), "");
+  EXPECT_EQ(std::make_tuple(db.size, cap.text()), std::make_tuple(100, ""));
   insert_animal(db, 71, 71, 35.5f);  // the record just added is current: its fields are set at once
   EXPECT_EQ(cap.text(), " table expanded from  100  to  200  records\n");
   EXPECT_EQ(std::make_tuple(db.size, db.filled, db.status), std::make_tuple(200, 71, 2));
@@ -215,8 +212,7 @@ TEST(DbHash, SortNumberAndMove) {
     EXPECT_EQ(std::make_tuple(get_int(db, "key"), get_int(db, "seq"), db.current), std::make_tuple(*it++, expect, expect));
   }
   // Walking back from the end gives the largest key first.
-  EXPECT_TRUE(move_rec(db, "prev"));
-  EXPECT_EQ(get_int(db, "key"), *keys.rbegin());
+  EXPECT_TRUE(move_rec(db, "prev") && get_int(db, "key") == *keys.rbegin());
   // A lookup in a sorted table still finds every key; the numbers stay.
   std::int32_t rank = 0;
   for (std::int32_t key : keys) EXPECT_TRUE(find_key_int(db, key) && get_int(db, "seq") == ++rank) << key;
@@ -234,8 +230,7 @@ TEST(DbHash, SortNumberAndMove) {
   // The ends of a table of one record: before the first slot is 0, after the last size + 1.
   db_hash one;
   declare(one, {{"k", "int"}}, "k", 7);
-  EXPECT_FALSE(move_rec(one, "first"));
-  EXPECT_EQ(one.current, 8);
+  EXPECT_TRUE(!move_rec(one, "first") && one.current == 8);
   insert_el(one, "k", 3);
   const std::int32_t slot = one.current;
   for (const auto& [direction, found, at] : {std::tuple{"first", true, slot}, {"next", false, 8}, {"prev", true, slot},
@@ -300,8 +295,7 @@ TEST(DbHash, DeclarationFailures) {
   // With status 2 or 3 the table is emptied, and made again when the size differs.
   insert_el(db, "k", 8);
   init_db_hash(db, 10);
-  EXPECT_EQ(db.filled, 0);
-  EXPECT_FALSE(find_key_int(db, 8));
+  EXPECT_TRUE(db.filled == 0 && !find_key_int(db, 8));
   init_db_hash(db, 20);
   EXPECT_EQ(std::make_tuple(db.size, db.data.cols()), std::make_tuple(20, std::int64_t{20}));
   db_hash empty;

@@ -1,6 +1,6 @@
 // Symbolic factorisation: the structures against dense symbolic elimination, the storage map
 // against an enumeration of the storage, panels, splits, statuses, the printout, elements and
-// relative indices.
+// relative indices, and relaxed amalgamation.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -169,6 +169,30 @@ bool is_postorder(const DenseFill& fill, std::int32_t n) {
   return true;
 }
 
+// What left-looking factorisation relies on: the rows of supernode K from the first one in a
+// target J on all lie in J's columns or row list. Checked with set_relative_indices1, which
+// stops on a row it cannot find; the index it gives must name the row.
+void expect_rows_in_targets() {
+  const Sx2Layout L = mmekit::skelda_layout();
+  auto list = [&](std::int32_t s) {
+    return std::span<const std::int32_t>(L.lindx->data() + ((*L.xlindx)(s) - 1), static_cast<std::size_t>(L.rows_below(s)));
+  };
+  for (std::int32_t k = 1; k <= L.nsn; ++k) {
+    const std::span<const std::int32_t> rows = list(k);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      const std::int32_t j = (*L.snode)(rows[i]);
+      if (i > 0 && (*L.snode)(rows[i - 1]) == j) continue;
+      const std::span<const std::int32_t> mine = rows.subspan(i);
+      const auto first = static_cast<std::int32_t>(L.first(j)), last = static_cast<std::int32_t>(L.first(j) + L.width(j) - 1);
+      std::vector<std::int32_t> front, got(mine.size());
+      for (std::int32_t r = first; r <= last; ++r) front.push_back(r);
+      front.insert(front.end(), list(j).begin(), list(j).end());
+      mmekit::set_relative_indices1(mine, first, last, list(j), got);
+      for (std::size_t x = 0; x < mine.size(); ++x) ASSERT_EQ(front[static_cast<std::size_t>(got[x] - 1)], mine[x]);
+    }
+  }
+}
+
 }  // namespace
 
 TEST_F(Symbolic, StructuresAgainstDenseElimination) {
@@ -184,14 +208,9 @@ TEST_F(Symbolic, StructuresAgainstDenseElimination) {
       SCOPED_TRACE(std::string(name) + " method " + std::to_string(method));
       SetUp();
       ASSERT_EQ(analyse(p, method), 0);
+      // Maximal exactly nested supernodes: one per column of the diagonal matrix (each a
+      // root of size 1), one for the dense matrix.
       expect_dense_structure(p, true, true);
-      if (std::string(name) == "diagonal") {
-        EXPECT_EQ(skelda_state.iparm(43), 9);
-        EXPECT_EQ(*skelda_state.xlnz, mmekit::test::array1<std::int64_t>({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
-      }
-      if (std::string(name) == "dense") {
-        EXPECT_EQ(skelda_state.iparm(43), 1);
-      }
     }
   // A caller's permutation reaches the step unpostordered (odd grid nodes first, then the
   // even ones): the step postorders it again.
@@ -394,22 +413,47 @@ TEST_F(Symbolic, ElementsAndRelativeIndices) {
   expect_stop([&] { mmekit::set_relative_indices2(std::vector<std::int32_t>{21}, list, rel); },
               "ERROR: set_relative_indices2() ridx is not determined.");
 
-  // On a factor: the rows of every supernode that reach its parent are found there, and the
-  // index from the top names the same row.
+  // On a factor (split into pieces of 3): every supernode's rows from each target on are
+  // found in the target, and the index from the top names the same row.
   SetUp();
-  const Pattern m = mme(100, 5);
-  ASSERT_EQ(analyse(m, 1), 0);
-  const Sx2Layout L = mmekit::skelda_layout();
-  for (std::int32_t s = 1; s <= L.nsn; ++s) {
-    const std::int32_t up = (*skelda_state.snparent)(s);
-    if (up == 0) continue;
-    const std::span<const std::int32_t> mine(L.lindx->data() + ((*L.xlindx)(s) - 1), static_cast<std::size_t>(L.rows_below(s)));
-    const std::span<const std::int32_t> theirs(L.lindx->data() + ((*L.xlindx)(up) - 1), static_cast<std::size_t>(L.rows_below(up)));
-    std::vector<std::int32_t> front, got(mine.size());
-    for (std::int64_t r = L.first(up); r < L.first(up) + L.width(up); ++r) front.push_back(static_cast<std::int32_t>(r));
-    front.insert(front.end(), theirs.begin(), theirs.end());
-    mmekit::set_relative_indices1(mine, static_cast<std::int32_t>(L.first(up)),
-                                  static_cast<std::int32_t>(L.first(up) + L.width(up) - 1), theirs, got);
-    for (std::size_t k = 0; k < mine.size(); ++k) ASSERT_EQ(front[static_cast<std::size_t>(got[k] - 1)], mine[k]);
+  set_iparm(12, 3);
+  ASSERT_EQ(analyse(mme(100, 5), 1), 0);
+  expect_rows_in_targets();
+}
+
+TEST_F(Symbolic, RelaxedAmalgamationKeepsTheFillInFewerSupernodes) {
+  const std::vector<Pattern> cases = {mme(100, 3), grid2d(8, 7), pattern_of(mmekit::test::random_spd(70, 0.05, 11))};
+  for (const Pattern& p : cases) {
+    SetUp();
+    ASSERT_EQ(analyse(p, 1), 0);
+    const std::int64_t exact_nsn = skelda_state.iparm(43), exact_l0 = skelda_state.iparm(54);
+    SetUp();
+    skelda_state.switches.relaxed_amalgamation = true;
+    mmekit::skelda_init();  // the reset keeps the switch
+    ASSERT_TRUE(skelda_state.switches.relaxed_amalgamation);
+    ASSERT_EQ(analyse(p, 1), 0);
+    expect_dense_structure(p, false, false);
+    expect_rows_in_targets();
+    EXPECT_LT(skelda_state.iparm(43), exact_nsn);
+    EXPECT_EQ(skelda_state.iparm(54), exact_l0);
+    EXPECT_GE(skelda_state.iparm(44), exact_l0);
+    // Cut into pieces of 3, the pieces of merged supernodes keep the rows of the whole.
+    mmekit::skelda_init();
+    set_iparm(12, 3);
+    ASSERT_EQ(analyse(p, 1), 0);
+    expect_dense_structure(p, false, false);
+    expect_rows_in_targets();
   }
+  // By hand: {6..10} (7 rows, 25 entries) takes {11,12} (3 rows, 5 entries) with 5 zeros
+  // (share 5/35), then {13,14} with 7 more (12/45); {1..5} hangs on 11, not on the next
+  // supernode, and stays apart.
+  SetUp();
+  skelda_state.switches.relaxed_amalgamation = true;
+  ASSERT_EQ(analyse(two_blocks(), 8), 0);
+  EXPECT_EQ(*skelda_state.xsuper, mmekit::test::ints({1, 6, 15}));
+  EXPECT_EQ(*skelda_state.snparent, mmekit::test::ints({2, 0}));
+  EXPECT_EQ(*skelda_state.lindx, mmekit::test::ints({11, 12, 13}));
+  EXPECT_EQ(*skelda_state.xlnz, mmekit::test::array1<std::int64_t>({1, 41, 122}));
+  EXPECT_EQ(skelda_state.iparm(47), 9);
+  EXPECT_EQ(skelda_state.iparm(54), 63);
 }

@@ -20,12 +20,8 @@ using test::stop_text;
 
 TEST(SparseBadInput, EveryRoutineChecksTheStructure) {
   // Rows (1,1)=4 (1,3)=1 | (2,2)=5 (2,3)=2 | (3,3)=6, and six ways to damage it.
-  sparse_ija good;
-  good.n = 3;
-  good.nel = 5;
-  good.ia = ints({1, 3, 5, 6});
-  good.ja = ints({1, 3, 2, 3, 3});
-  good.a = test::array1<double>({4, 1, 5, 2, 6});
+  const sparse_ija good{.n = 3, .nel = 5, .m = 0, .ia = ints({1, 3, 5, 6}), .ja = ints({1, 3, 2, 3, 3}),
+                        .a = test::array1<double>({4, 1, 5, 2, 6})};
   sparse_ija short_ia = good, short_ja = good, short_a = good, falls = good, count = good, column = good;
   short_ia.ia.resize(3);
   short_ja.ja.resize(3);
@@ -61,6 +57,5 @@ TEST(SparseBadInput, EveryRoutineChecksTheStructure) {
   // The empty matrix is sound everywhere.
   const sparse_ija empty;
   assign(d, empty);
-  EXPECT_EQ(d.order(), 0);
-  EXPECT_EQ(QUADR_IJA(Array1<double>(), empty, Array1<double>()), 0.0);
+  EXPECT_EQ(std::make_tuple(d.order(), QUADR_IJA(Array1<double>(), empty, Array1<double>())), std::make_tuple(0, 0.0));
 }

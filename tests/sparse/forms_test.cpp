@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 
+#include "common/arrays.hpp"
 #include "common/stop.hpp"
 #include "dense/test_helpers.hpp"
 #include "mmekit/dense/dense.hpp"
@@ -18,6 +19,7 @@
 #include "sparse/test_helpers.hpp"
 
 using namespace mmekit;
+using mmekit::test::array1;
 using mmekit::test::expect_stop;
 
 namespace {
@@ -50,13 +52,6 @@ sparse_ija ija_by_rows(const std::vector<std::vector<std::pair<int, double>>>& r
 
 densem dense2(double a11, double a12, double a21, double a22) { return dense_test::from_rows({{a11, a12}, {a21, a22}}); }
 
-Array1<double> vec(std::initializer_list<double> v) {
-  Array1<double> x(static_cast<std::int64_t>(v.size()));
-  int k = 1;
-  for (double e : v) x(k++) = e;
-  return x;
-}
-
 sparse_hashm sorted_copy(const sparse_hashm& h) {
   sparse_hashm s;
   copy_sparse_hashm(s, h);
@@ -78,27 +73,24 @@ TEST(FormsBlock, BlocksByRangeAndStepInEveryKind) {
   densem self = s.d;
   BLOCK_DENSEM(self, self, 4, 6, 4, 6);
   ASSERT_EQ(self.order(), 3);
-  EXPECT_EQ(self(1, 3), s.d(4, 6));
-  EXPECT_EQ(self(3, 1), s.d(6, 4));
+  EXPECT_EQ(std::make_pair(self(1, 3), self(3, 1)), std::make_pair(s.d(4, 6), s.d(6, 4)));
 
   // Rows 2, 4, .., 10 and columns 4, 6, .., 12: the block crosses the diagonal. Upper storage
   // reads a position below the diagonal as zero; the full form holds it.
-  const std::int32_t i1 = 2, j1 = 4, step = 2, order = 5;
+  const std::int32_t i1 = 2, i2 = 10, j1 = 4, j2 = 12, step = 2, order = 5;
   densem td, th, tu, tf;
-  BLOCK_DENSEM(td, s.d, i1, i1 + (order - 1) * step, j1, j1 + (order - 1) * step, step);
-  BLOCK_HASHM(th, s.h, i1, i1 + (order - 1) * step, j1, j1 + (order - 1) * step, step);
-  BLOCK_IJA(tu, s.up, i1, i1 + (order - 1) * step, j1, j1 + (order - 1) * step, step);
-  BLOCK_IJA(tf, s.full, i1, i1 + (order - 1) * step, j1, j1 + (order - 1) * step, step);
+  BLOCK_DENSEM(td, s.d, i1, i2, j1, j2, step);
+  BLOCK_HASHM(th, s.h, i1, i2, j1, j2, step);
+  BLOCK_IJA(tu, s.up, i1, i2, j1, j2, step);
+  BLOCK_IJA(tf, s.full, i1, i2, j1, j2, step);
   int below = 0;
   for (int r = 1; r <= order; ++r)
     for (int c = 1; c <= order; ++c) {
       const int p = i1 + (r - 1) * step, q = j1 + (c - 1) * step;
       const double upper_read = p <= q ? s.d(p, q) : 0.0;
       if (p > q && s.d(p, q) != 0.0) ++below;
-      EXPECT_EQ(td(r, c), s.d(p, q)) << p << ' ' << q;
-      EXPECT_EQ(th(r, c), upper_read) << p << ' ' << q;
-      EXPECT_EQ(tu(r, c), upper_read) << p << ' ' << q;
-      EXPECT_EQ(tf(r, c), s.d(p, q)) << p << ' ' << q;
+      EXPECT_EQ(std::make_tuple(td(r, c), th(r, c), tu(r, c), tf(r, c)), std::make_tuple(s.d(p, q), upper_read, upper_read, s.d(p, q)))
+          << p << ' ' << q;
     }
   EXPECT_GT(below, 0);
   // A row that holds a column twice reads as its element access does: the first one counts.
@@ -109,23 +101,20 @@ TEST(FormsBlock, BlocksByRangeAndStepInEveryKind) {
 
 TEST(FormsQuadr, HandCaseAndAllKindsAgree) {
   // x = (1, 2), A = [1 2; 3 4], y = (5, 6): A y = (17, 39), x'A y = 17 + 78 = 95.
-  EXPECT_EQ(QUADR_DENSEM(vec({1, 2}), dense2(1, 2, 3, 4), vec({5, 6})), 95.0);
+  EXPECT_EQ(QUADR_DENSEM(array1<double>({1, 2}), dense2(1, 2, 3, 4), array1<double>({5, 6})), 95.0);
   // The same nonsymmetric matrix in the full row form (lower elements present, read as stored).
   const sparse_ija nonsym = ija_by_rows({{{1, 1.0}, {2, 2.0}}, {{2, 4.0}, {1, 3.0}}});
-  EXPECT_EQ(QUADR_IJA(vec({1, 2}), nonsym, vec({5, 6})), 95.0);
+  EXPECT_EQ(QUADR_IJA(array1<double>({1, 2}), nonsym, array1<double>({5, 6})), 95.0);
   // Upper form of [1 2; 2 4]: the off-diagonal element counts twice: 5 + 2*6 + 2*2*5 + 4*2*6 = 85.
   const sparse_ija upper = ija_by_rows({{{1, 1.0}, {2, 2.0}}, {{2, 4.0}}});
-  EXPECT_EQ(QUADR_IJA(vec({1, 2}), upper, vec({5, 6})), 85.0);
+  EXPECT_EQ(QUADR_IJA(array1<double>({1, 2}), upper, array1<double>({5, 6})), 85.0);
 
   Sym s(13, 5);
   std::mt19937 gen(17);
   std::uniform_int_distribution<int> v(-9, 9);
   Array1<double> x(13), y(13);
-  for (int i = 1; i <= 13; ++i) {
-    x(i) = v(gen) / 2.0;
-    y(i) = v(gen) / 4.0;
-  }
   double expect = 0.0;
+  for (int i = 1; i <= 13; ++i) x(i) = v(gen) / 2.0, y(i) = v(gen) / 4.0;
   for (int i = 1; i <= 13; ++i)
     for (int j = 1; j <= 13; ++j) expect += x(i) * s.d(i, j) * y(j);
   EXPECT_NEAR(QUADR_DENSEM(x, s.d, y), expect, 1e-10);
@@ -153,18 +142,12 @@ TEST(FormsTrace, HandCasesAndAllKindsAgree) {
   EXPECT_NEAR(TRACE_IJA(a.up, b.full), expect, 1e-9);
   EXPECT_NEAR(TRACE_IJA(a.full, b.up), expect, 1e-9);
   // diag(1, 2, 3) and diag(4, 5, 6): 4 + 10 + 18 = 32; both triangle sums are zero.
-  sparse_hashm ha, hb;
-  init_sparse_hashm(ha, 3);
-  init_sparse_hashm(hb, 3);
-  for (int i = 1; i <= 3; ++i) {
-    addm_sparse_hashm(i, i, i, ha);
-    addm_sparse_hashm(i + 3, i, i, hb);
-  }
+  const sparse_hashm ha = sparse_test::hash_with(3, {{1, 1, 1}, {2, 2, 2}, {3, 3, 3}}),
+                     hb = sparse_test::hash_with(3, {{1, 1, 4}, {2, 2, 5}, {3, 3, 6}});
   sparse_ija ia, ib;
   CONVERT_HASH_IJA(ia, ha);
   CONVERT_HASH_IJA(ib, hb);
-  EXPECT_EQ(TRACE_HASHM(ha, hb), 32.0);
-  EXPECT_EQ(TRACE_IJA(ia, ib), 32.0);
+  EXPECT_EQ(std::make_pair(TRACE_HASHM(ha, hb), TRACE_IJA(ia, ib)), std::make_pair(32.0, 32.0));
   EXPECT_EQ(cap.text(), "");  // symmetric matrices: no warning
 }
 
@@ -194,8 +177,8 @@ TEST(FormsBlockTrace, HandCaseAndAllKindsAgree) {
   EXPECT_EQ(BLOCKTRACE_DENSEM(dense2(5, 6, 7, 8), dense2(1, 2, 3, 4), 1, 2, 1, 2), 69.0);
   EXPECT_EQ(BLOCKTRACE_DENSEM(densem(), dense2(1, 2, 3, 4), 1, 2, 1, 2), 0.0);
   Sym s(15, 31);
-  EXPECT_EQ(BLOCKTRACE_HASHM(densem(), s.h, 1, 2, 1, 2), 0.0);
-  EXPECT_EQ(BLOCKTRACE_IJA(densem(), s.up, 1, 2, 1, 2), 0.0);
+  EXPECT_EQ(std::make_pair(BLOCKTRACE_HASHM(densem(), s.h, 1, 2, 1, 2), BLOCKTRACE_IJA(densem(), s.up, 1, 2, 1, 2)),
+            std::make_pair(0.0, 0.0));
   std::mt19937 gen(5);
   std::uniform_int_distribution<int> v(-8, 8);
   struct Case {
@@ -216,8 +199,7 @@ TEST(FormsBlockTrace, HandCaseAndAllKindsAgree) {
     const densem prod = matmul(a, blk);
     double expect = 0.0;
     for (int r = 1; r <= m; ++r) expect += prod(r, r);
-    SCOPED_TRACE(std::to_string(k.i1) + ".." + std::to_string(k.i2) + " x " + std::to_string(k.j1) + ".." +
-                 std::to_string(k.j2) + " step " + std::to_string(k.step));
+    SCOPED_TRACE("case " + std::to_string(&k - cases));
     EXPECT_NEAR(BLOCKTRACE_DENSEM(a, s.d, k.i1, k.i2, k.j1, k.j2, k.step), expect, 1e-9);
     EXPECT_NEAR(BLOCKTRACE_HASHM(a, s.h, k.i1, k.i2, k.j1, k.j2, k.step), expect, 1e-9);
     EXPECT_NEAR(BLOCKTRACE_IJA_HASHM(a, s.h, k.i1, k.i2, k.j1, k.j2, k.step), expect, 1e-9);
@@ -232,12 +214,11 @@ TEST(Forms, FailuresStopWithTheirMessages) {
   densem t;
   const densem a2(2, 1.0);
   const Array1<double> x4(4, 1.0), x3(3, 1.0), x6(6, 1.0), x7(7, 1.0);
-  sparse_hashm f, over;
+  sparse_hashm f;
   HASHM_UPPER_FULL(f, s.h);
   const sparse_hashm sorted = sorted_copy(s.h);
   // An element beyond the order (the hash matrix takes one) is refused rather than read past x.
-  init_sparse_hashm(over, 3);
-  addm_sparse_hashm(1.0, 2, 5, over);
+  const sparse_hashm over = sparse_test::hash_with(3, {{2, 5, 1.0}});
   const std::string not_ready = "Structure sparse_hashm not ready; probably sorted";
   const std::pair<std::function<void()>, std::string> stops[] = {
       {[&] { BLOCK_IJA(t, s.up, INT32_MIN, INT32_MAX, 1, 1); }, "BLOCK_IJA: matrix not square"},

@@ -28,11 +28,8 @@ using Params = sparse_test::FreshParameters;
 // The first three slots of the probe walk of the pair locator in a table of 8192 slots,
 // computed outside this code base (arbitrary-precision arithmetic masked to 64 bits).
 const std::map<std::pair<std::int64_t, std::int64_t>, std::array<std::int64_t, 3>> kPairSlots = {
-    {{1, 1}, {978, 7232, 4836}},
-    {{1, 2}, {6435, 2073, 4030}},
-    {{2, 1}, {7751, 4780, 2857}},
-    {{7, 123456}, {7438, 2996, 7943}},
-    {{100000, 2000000}, {7236, 130, 4346}},
+    {{1, 1}, {978, 7232, 4836}},           {{1, 2}, {6435, 2073, 4030}},        {{2, 1}, {7751, 4780, 2857}},
+    {{7, 123456}, {7438, 2996, 7943}},     {{100000, 2000000}, {7236, 130, 4346}},
     {{2147483647, 2147483647}, {707, 5776, 954}}};
 
 }  // namespace
@@ -48,9 +45,7 @@ TEST_F(HashSlots, PairLocatorFollowsTheMixingWalk) {
     Array2<double> t(3, 8192, 0.0);
     std::int64_t count = 0;
     EXPECT_EQ(hash_pair(k, t.data(), 8192, 3, 1, count), slots[0]);
-    EXPECT_EQ(count, 1);
-    EXPECT_EQ(t(1, slots[0]), k[0]);
-    EXPECT_EQ(t(2, slots[0]), k[1]);
+    EXPECT_EQ(std::make_tuple(count, t(1, slots[0]), t(2, slots[0])), std::make_tuple(std::int64_t{1}, k[0], k[1]));
     // The first two slots of the walk taken by other keys: the key goes to the third, and is
     // found there again in modes 0 and 2 without being counted twice.
     Array2<double> u(3, 8192, 0.0);
@@ -75,8 +70,7 @@ TEST_F(HashSlots, ModesAndProbeLimitOfThePairLocator) {
   const double k[2] = {1, 2};
   EXPECT_EQ(hash_pair(k, t.data(), 16, 3, 0, count), 0);  // search: absent
   EXPECT_EQ(hash_pair(k, t.data(), 16, 3, 7, count), 3);  // other mode: the empty slot
-  EXPECT_EQ(t(1, 3), 0.0);                                // nothing written
-  EXPECT_EQ(count, 0);
+  EXPECT_EQ(std::make_tuple(t(1, 3), count), std::make_tuple(0.0, std::int64_t{0}));  // nothing written
   // A stored index is read by truncation: 1.75 reads as 1, 2.2 as 2.
   t(1, 3) = 1.75;
   t(2, 3) = 2.2;
@@ -89,8 +83,7 @@ TEST_F(HashSlots, ModesAndProbeLimitOfThePairLocator) {
   }
   CaptureOutput cap;
   EXPECT_EQ(hash_pair(k, full.data(), 4, 3, 1, count), -1);
-  EXPECT_EQ(cap.text(), "Pb 5000 collisions\n");
-  EXPECT_EQ(count, 0);
+  EXPECT_EQ(std::make_tuple(cap.text(), count), std::make_tuple("Pb 5000 collisions\n", std::int64_t{0}));
 }
 
 TEST_F(HashSlots, VectorLocators) {
@@ -99,12 +92,8 @@ TEST_F(HashSlots, VectorLocators) {
     std::vector<double> key;
     std::int64_t s8192, s65536;
   };
-  const Case cases[] = {{{5}, 739, 49891},
-                        {{5, 9}, 3774, 28350},
-                        {{1, 2, 3}, 6706, 64050},
-                        {{1, 2, 3, 4}, 5718, 38486},
-                        {{1, 2, 3, 4, 5}, 5742, 63086},
-                        {{9, 9, 9, 1, 2, 3, 4}, 5718, 38486},
+  const Case cases[] = {{{5}, 739, 49891},          {{5, 9}, 3774, 28350},          {{1, 2, 3}, 6706, 64050},
+                        {{1, 2, 3, 4}, 5718, 38486}, {{1, 2, 3, 4, 5}, 5742, 63086}, {{9, 9, 9, 1, 2, 3, 4}, 5718, 38486},
                         {{4, 5, 6, 7, 8, 9}, 5034, 62378}};
   for (const Case& c : cases) {
     const auto nk = static_cast<std::int64_t>(c.key.size());
@@ -112,8 +101,8 @@ TEST_F(HashSlots, VectorLocators) {
       Array2<double> t(nk, size, 0.0);
       std::int64_t count = 0;
       EXPECT_EQ(hash_vector(c.key.data(), nk, t.data(), size, nk, 1, count), want);
-      EXPECT_EQ(count, 1);
       EXPECT_EQ(hash_vector(c.key.data(), nk, t.data(), size, nk, 0, count), want);
+      EXPECT_EQ(count, 1);
     }
   }
   // Only the last full group and the rest count: keys differing in the first group of six
@@ -125,9 +114,7 @@ TEST_F(HashSlots, VectorLocators) {
   EXPECT_EQ(hash_vector(k2, 6, t.data(), 1024, 6, 2, count), s1);
   EXPECT_EQ(hash_vector(k1, 6, t.data(), 1024, 6, 1, count), s1);
   const auto s2 = hash_vector(k2, 6, t.data(), 1024, 6, 1, count);
-  EXPECT_GT(s2, 0);
-  EXPECT_NE(s2, s1);
-  EXPECT_EQ(count, 2);
+  EXPECT_TRUE(s2 > 0 && s2 != s1 && count == 2) << s2 << " " << count;
   // Extra rows of the table (data behind the key) are not part of the key.
   const double k[2] = {4, 4};
   Array2<double> d(5, 64, 0.0);
@@ -167,8 +154,7 @@ TEST_F(HashSlots, PrimeWeightedLocators) {
   const std::int32_t ki[3] = {1, 2, 3};
   std::int32_t ci = 0;
   EXPECT_EQ(hash_prime_int(ki, 3, ti.data(), 1000, 3, 1, ci), 929);
-  EXPECT_EQ(ci, 1);
-  EXPECT_EQ(ti(3, 929), 3);
+  EXPECT_EQ(std::make_tuple(ci, ti(3, 929)), std::make_tuple(1, 3));
   // 32-bit wrap-around: 5813 * 2^30 mod 2^32 = 2^30 (5813 mod 4 = 1), and 2^30 mod 1000 = 824.
   const std::int32_t kw[1] = {1 << 30};
   EXPECT_EQ(hash_prime_int(kw, 1, ti.data(), 1000, 3, 2, ci), 825);
@@ -179,19 +165,14 @@ TEST_F(HashSlots, PrimeWeightedLocators) {
 
 TEST_F(HashMatrix, InitialisationAndParameterCoupling) {
   // The mixing hash sets its own growth pair and rounds the size up to a power of two.
-  EXPECT_EQ(sparse_param.hash_grow, 1.5f);
   for (auto [asked, got] : {std::pair<std::int64_t, std::int64_t>{0, 8192}, {8192, 8192}, {8193, 16384}, {100, 128}}) {
     sparse_hashm b;
     if (asked) init_sparse_hashm(b, 11, asked);
     else init_sparse_hashm(b, 11);
-    EXPECT_EQ(b.hash_size, got);
-    EXPECT_EQ(b.x.cols(), got);
-    EXPECT_EQ(b.status, 1);
-    EXPECT_EQ(b.storage, 'u');
+    EXPECT_EQ(std::make_tuple(b.hash_size, b.x.cols(), b.status, b.storage), std::make_tuple(got, got, 1, 'u'));
   }
-  EXPECT_TRUE(sparse_param.hash_pow2);
-  EXPECT_EQ(sparse_param.hash_grow, 2.0f);
-  EXPECT_EQ(sparse_param.hash_fill, 0.8f);
+  EXPECT_EQ(std::make_tuple(sparse_param.hash_pow2, sparse_param.hash_grow, sparse_param.hash_fill),
+            std::make_tuple(true, 2.0f, 0.8f));
   // Another hash type finds that pair until the parameters are reset. The prime-weighted hash
   // keeps the size asked for, or the default size, and its own growth pair.
   sparse_param.hash_type = 1;
@@ -202,11 +183,8 @@ TEST_F(HashMatrix, InitialisationAndParameterCoupling) {
   sparse_param.hash_type = 1;
   init_sparse_hashm(c, 4, 5001, 'f');
   init_sparse_hashm(d, 4);
-  EXPECT_EQ(c.hash_size, 5001);
-  EXPECT_EQ(c.storage, 'f');
-  EXPECT_EQ(d.hash_size, 5000);
-  EXPECT_FALSE(sparse_param.hash_pow2);
-  EXPECT_EQ(sparse_param.hash_grow, 1.5f);
+  EXPECT_EQ(std::make_tuple(c.hash_size, c.storage, d.hash_size, sparse_param.hash_pow2, sparse_param.hash_grow),
+            std::make_tuple(5001, 'f', 5000, false, 1.5f));
 
   // A second init with the same order clears the elements and keeps the array; another
   // order allocates anew; a larger size than the kept array enlarges it.
@@ -217,22 +195,14 @@ TEST_F(HashMatrix, InitialisationAndParameterCoupling) {
   const double* before = e.x.data();
   init_sparse_hashm(e, 5, std::nullopt, 'f');
   EXPECT_EQ(e.x.data(), before);
-  EXPECT_EQ(e.nel, 0);
-  EXPECT_EQ(e.storage, 'f');
-  EXPECT_EQ(getm_sparse_hashm(1, 2, e), 0.0);
+  EXPECT_EQ(std::make_tuple(e.nel, e.storage, getm_sparse_hashm(1, 2, e)), std::make_tuple(std::int64_t{0}, 'f', 0.0));
   addm_sparse_hashm(2.0, 1, 2, e);
   init_sparse_hashm(e, 6);
-  EXPECT_EQ(e.nel, 0);
-  EXPECT_EQ(e.storage, 'u');
-  EXPECT_EQ(getm_sparse_hashm(1, 2, e), 0.0);
+  EXPECT_EQ(std::make_tuple(e.nel, e.storage, getm_sparse_hashm(1, 2, e)), std::make_tuple(std::int64_t{0}, 'u', 0.0));
   init_sparse_hashm(e, 6, 20000);
-  EXPECT_EQ(e.hash_size, 32768);
-  EXPECT_GE(e.x.cols(), 32768);
+  EXPECT_TRUE(e.hash_size == 32768 && e.x.cols() >= 32768) << e.hash_size;
   reset_sparse_hashm(e);
-  EXPECT_EQ(e.n, 0);
-  EXPECT_EQ(e.hash_size, 0);
-  EXPECT_EQ(e.status, 0);
-  EXPECT_FALSE(e.allocated());
+  EXPECT_TRUE(e.n == 0 && e.hash_size == 0 && e.status == 0 && !e.allocated());
 
   // A large table (on a mapping of its own) starts empty, copies and clears like a small one.
   sparse_hashm big, big2;
@@ -247,8 +217,7 @@ TEST_F(HashMatrix, InitialisationAndParameterCoupling) {
 }
 
 TEST_F(HashMatrix, GrowthAtTheFillLimitKeepsEverySum) {
-  sparse_hashm a;
-  init_sparse_hashm(a, 100000);
+  sparse_hashm a = sparse_test::hash_with(100000, {});
   std::map<std::pair<int, int>, double> ref;
   std::mt19937 gen(7);
   std::uniform_int_distribution<int> idx(1, 100000);
@@ -264,18 +233,15 @@ TEST_F(HashMatrix, GrowthAtTheFillLimitKeepsEverySum) {
     add((i % 13) + 0.25, i, j);
     add(1.0, i, j);
   }
-  EXPECT_EQ(a.hash_size, 8192);
-  EXPECT_EQ(cap.text(), "");
+  EXPECT_EQ(std::make_tuple(a.hash_size, cap.text()), std::make_tuple(8192, ""));
   // The add that makes nel 6554, above 0.8 * 8192, grows the table.
   int j = 2;
   while (ref.count({1, j})) ++j;
   add(5.5, 1, j);
   EXPECT_EQ(cap.text(), "hash matrix increased from            8192 to           16384 % filled:     0.8000\n");
-  EXPECT_EQ(a.hash_size, 16384);
-  EXPECT_EQ(a.nel, 6554);
+  EXPECT_EQ(std::make_tuple(a.hash_size, a.nel), std::make_tuple(16384, 6554));
   while (a.nel < 20000) add(1.0, idx(gen), idx(gen));
-  EXPECT_EQ(a.hash_size, 32768);
-  EXPECT_EQ(a.nel, static_cast<std::int64_t>(ref.size()));
+  EXPECT_EQ(std::make_tuple(a.hash_size, a.nel), std::make_tuple(32768, static_cast<std::int64_t>(ref.size())));
   for (const auto& [key, v] : ref) ASSERT_EQ(getm_sparse_hashm(key.first, key.second, a), v);
   const double k11[2] = {1, 1};
   std::int64_t cnt = 0;
@@ -283,28 +249,20 @@ TEST_F(HashMatrix, GrowthAtTheFillLimitKeepsEverySum) {
 }
 
 TEST_F(HashMatrix, TrianglesAndThePrimeWeightedHash) {
-  sparse_hashm u;
-  init_sparse_hashm(u, 5);
-  addm_sparse_hashm(3.0, 4, 2, u);  // lower triangle of an upper matrix: dropped
+  sparse_hashm u = sparse_test::hash_with(5, {{4, 2, 3.0}});  // lower triangle of an upper matrix: dropped
   EXPECT_EQ(u.nel, 0);
   addm_sparse_hashm(3.0, 2, 4, u);
-  EXPECT_EQ(getm_sparse_hashm(2, 4, u), 3.0);
-  EXPECT_EQ(getm_sparse_hashm(4, 2, u), 0.0);  // not swapped
   double r = -1;
   getm_sparse_hashm(5, 5, u, r);
-  EXPECT_EQ(r, 0.0);
+  EXPECT_EQ(std::make_tuple(getm_sparse_hashm(2, 4, u), getm_sparse_hashm(4, 2, u), r), std::make_tuple(3.0, 0.0, 0.0));
   setm_sparse_hashm(7.0, 2, 4, u);
   setm_sparse_hashm(9.0, 4, 2, u);  // dropped
   setm_sparse_hashm(1.0, 1, 5, u);
-  EXPECT_EQ(getm_sparse_hashm(2, 4, u), 7.0);
-  EXPECT_EQ(u.nel, 2);
+  EXPECT_EQ(std::make_tuple(getm_sparse_hashm(2, 4, u), u.nel), std::make_tuple(7.0, std::int64_t{2}));
 
-  sparse_hashm f;
-  init_sparse_hashm(f, 5, std::nullopt, 'f');
-  addm_sparse_hashm(3.0, 4, 2, f);
-  EXPECT_EQ(f.nel, 1);
-  EXPECT_EQ(getm_sparse_hashm(4, 2, f), 3.0);
-  EXPECT_EQ(getm_sparse_hashm(2, 4, f), 0.0);
+  const sparse_hashm f = sparse_test::hash_with(5, {{4, 2, 3.0}}, 'f');
+  EXPECT_EQ(std::make_tuple(f.nel, getm_sparse_hashm(4, 2, f), getm_sparse_hashm(2, 4, f)),
+            std::make_tuple(std::int64_t{1}, 3.0, 0.0));
 
   // The prime-weighted hash behind the same operations, with its 1.5 growth at 0.9.
   reset_sparse_parameters();
@@ -312,51 +270,34 @@ TEST_F(HashMatrix, TrianglesAndThePrimeWeightedHash) {
   sparse_hashm p;
   init_sparse_hashm(p, 1000, 100);
   CaptureOutput cap;
-  std::map<std::pair<int, int>, double> ref;
   for (int i = 1; i <= 60; ++i)
-    for (int j = i; j <= i + 2; ++j) {
-      addm_sparse_hashm(i * 0.5 + j, i, j, p);
-      ref[{i, j}] += i * 0.5 + j;
-    }
+    for (int j = i; j <= i + 2; ++j) addm_sparse_hashm(i * 0.5 + j, i, j, p);
   // 100 slots grow at the 90th element to 150 (90/100 exceeds the r4 limit 0.89999998), and
   // at the 135th to 225.
   EXPECT_EQ(cap.text(),
             "hash matrix increased from             100 to             150 % filled:     0.9000\n"
             "hash matrix increased from             150 to             225 % filled:     0.9000\n");
-  EXPECT_EQ(p.hash_size, 225);
-  EXPECT_EQ(p.nel, 180);
-  for (const auto& [key, v] : ref) ASSERT_EQ(getm_sparse_hashm(key.first, key.second, p), v);
+  EXPECT_EQ(std::make_tuple(p.hash_size, p.nel), std::make_tuple(225, 180));
+  for (int i = 1; i <= 60; ++i)
+    for (int j = i; j <= i + 2; ++j) ASSERT_EQ(getm_sparse_hashm(i, j, p), i * 0.5 + j) << i << " " << j;
 }
 
 TEST_F(HashMatrix, SortedMatrixCopyAndFailures) {
-  sparse_hashm a;
-  init_sparse_hashm(a, 4);
-  addm_sparse_hashm(4.0, 4, 4, a);
-  addm_sparse_hashm(0.0, 2, 4, a);
-  addm_sparse_hashm(2.0, 1, 3, a);
-  addm_sparse_hashm(1.0, 1, 1, a);
-  // Sorted: columns 1..nel in row-major key order.
+  sparse_hashm a = sparse_test::hash_with(4, {{4, 4, 4.0}, {2, 4, 0.0}, {1, 3, 2.0}, {1, 1, 1.0}});
+  // Sorted: columns 1..nel, (row, column, value) each, in row-major key order; then empty ones.
   sort_sparse_hashm(a);
   EXPECT_EQ(a.status, 2);
-  const double want[4][3] = {{1, 1, 1.0}, {1, 3, 2.0}, {2, 4, 0.0}, {4, 4, 4.0}};
-  for (int k = 1; k <= 4; ++k)
-    for (int r = 1; r <= 3; ++r) EXPECT_EQ(a.x(r, k), want[k - 1][r - 1]);
-  EXPECT_EQ(a.x(1, 5), 0.0);
+  EXPECT_EQ(std::vector<double>(a.x.data(), a.x.data() + 13), (std::vector<double>{1, 1, 1, 1, 3, 2, 2, 4, 0, 4, 4, 4, 0}));
   // The copy of a sorted matrix is a fresh table that takes additions; it has the diagonal of
   // every row, as the row form it passes through does.
   sparse_hashm c2;
   copy_sparse_hashm(c2, a);
-  EXPECT_EQ(c2.status, 1);
-  EXPECT_EQ(c2.nel, 6);
+  EXPECT_EQ(std::make_tuple(c2.status, c2.nel), std::make_tuple(1, 6));
   addm_sparse_hashm(1.0, 1, 3, c2);
-  EXPECT_EQ(getm_sparse_hashm(1, 3, c2), 3.0);
-  EXPECT_EQ(getm_sparse_hashm(4, 4, c2), 4.0);
+  EXPECT_EQ(std::make_tuple(getm_sparse_hashm(1, 3, c2), getm_sparse_hashm(4, 4, c2)), std::make_tuple(3.0, 4.0));
 
-  sparse_hashm empty, f, z;
-  init_sparse_hashm(f, 2, std::nullopt, 'f');
-  addm_sparse_hashm(1.0, 2, 1, f);
+  sparse_hashm empty, f = sparse_test::hash_with(2, {{2, 1, 1.0}}, 'f'), z = sparse_test::hash_with(3, {});
   sort_sparse_hashm(f);
-  init_sparse_hashm(z, 3);
   Array2<double> x(3, 4, 1.0);
   const std::int32_t bad_key[2] = {1, 4};
   const std::pair<std::function<void()>, std::string> stops[] = {
@@ -382,8 +323,7 @@ TEST_F(HashMatrix, SortedMatrixCopyAndFailures) {
   EXPECT_EQ(cap.text(),
             "Pb 5000 collisions\nPb 5000 collisions\n"
             "hash matrix increased from               4 to               8 % filled:     1.0000\n");
-  EXPECT_EQ(getm_sparse_hashm(2, 2, s), 1.0);
-  EXPECT_EQ(s.nel, 5);
+  EXPECT_EQ(std::make_tuple(getm_sparse_hashm(2, 2, s), s.nel), std::make_tuple(1.0, 5));
 
   // A growth factor that does not enlarge the table is refused.
   reset_sparse_parameters();
@@ -405,30 +345,21 @@ TEST(HashSort, PackAndSortKeepEveryElement) {
     Array2<double> x(3, size, 0.0);
     std::vector<std::array<double, 3>> elems;
     std::uniform_int_distribution<int> idx(1, trial == 0 ? 50 : 3);
-    std::int64_t nel = 0;
     for (std::int64_t k = 1; k <= size; ++k) {
       if (gen() % 3 != 0) continue;
       const double i = trial == 1 && k < 2000 ? 1 + k / 100 : idx(gen);
       const double j = idx(gen) + 0.5;  // a stored column reads truncated
-      x(1, k) = i;
-      x(2, k) = j;
-      x(3, k) = static_cast<double>(k);
-      elems.push_back({i, j, static_cast<double>(k)});
-      ++nel;
+      elems.push_back({x(1, k) = i, x(2, k) = j, x(3, k) = static_cast<double>(k)});
     }
+    const auto nel = static_cast<std::int64_t>(elems.size());
     pack_hashm(x.data(), size, 3, nel);
     for (std::int64_t k = nel + 1; k <= size; ++k) ASSERT_EQ(x(1, k), 0.0);
     const std::int32_t keys[2] = {1, 2};
     sort_hashm(x.data(), size, 3, keys, nel);
     std::vector<std::array<double, 3>> got;
-    for (std::int64_t k = 1; k <= nel; ++k) {
-      got.push_back({x(1, k), x(2, k), x(3, k)});
-      if (k > 1) {
-        const auto pi = std::int64_t(x(1, k - 1)), pj = std::int64_t(x(2, k - 1));
-        const auto ci = std::int64_t(x(1, k)), cj = std::int64_t(x(2, k));
-        ASSERT_TRUE(pi < ci || (pi == ci && pj <= cj));
-      }
-    }
+    for (std::int64_t k = 1; k <= nel; ++k) got.push_back({x(1, k), x(2, k), x(3, k)});
+    const auto key = [](const std::array<double, 3>& e) { return std::pair{std::int64_t(e[0]), std::int64_t(e[1])}; };
+    EXPECT_TRUE(std::is_sorted(got.begin(), got.end(), [&](const auto& a, const auto& b) { return key(a) < key(b); }));
     std::sort(got.begin(), got.end());
     std::sort(elems.begin(), elems.end());
     EXPECT_EQ(got, elems);
@@ -438,8 +369,5 @@ TEST(HashSort, PackAndSortKeepEveryElement) {
   x(1, 2) = 1; x(2, 2) = 1; x(3, 2) = 10;
   x(1, 5) = 2; x(2, 5) = 3; x(3, 5) = 20;
   pack_hashm(x.data(), 5, 3, 2);
-  EXPECT_EQ(x(3, 1), 10.0);
-  EXPECT_EQ(x(1, 2), 2.0);
-  EXPECT_EQ(x(3, 2), 20.0);
-  EXPECT_EQ(x(1, 5), 0.0);
+  EXPECT_EQ(std::make_tuple(x(3, 1), x(1, 2), x(3, 2), x(1, 5)), std::make_tuple(10.0, 2.0, 20.0, 0.0));
 }

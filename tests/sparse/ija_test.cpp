@@ -15,7 +15,20 @@
 
 using namespace mmekit;
 using mmekit::test::expect_stop;
+using sparse_test::hash_with;
 using sparse_test::RandomSymmetric;
+
+namespace {
+
+// Any of the kinds written out as a dense matrix.
+template <class M>
+densem dense_of(const M& m) {
+  densem d;
+  assign(d, m);
+  return d;
+}
+
+}  // namespace
 
 TEST(IjaForm, HashToIjaToDenseMatchesDirectAccumulation) {
   for (int step : {2, 0}) {  // every other row with a diagonal, then none at all
@@ -26,25 +39,14 @@ TEST(IjaForm, HashToIjaToDenseMatchesDirectAccumulation) {
     // off-diagonal elements.
     std::int32_t off = 0;
     for (const auto& [i, j] : m.pattern) off += i != j;
-    EXPECT_EQ(a.n, n);
-    EXPECT_EQ(a.nel, n + off);
-    EXPECT_EQ(a.ia(1), 1);
-    EXPECT_EQ(a.ia(n + 1), a.nel + 1);
+    EXPECT_EQ(std::make_tuple(a.n, a.nel, a.ia(1), a.ia(n + 1)), std::make_tuple(n, n + off, 1, n + off + 1));
     for (int i = 1; i <= n; ++i) {
       EXPECT_EQ(a.ja(a.ia(i)), i);
-      if (!m.pattern.count({i, i})) {
-        EXPECT_EQ(a.a(a.ia(i)), 0.0);
-      }
-      for (int k = a.ia(i) + 1; k < a.ia(i + 1); ++k) {
-        EXPECT_GT(a.ja(k), i);
-        EXPECT_TRUE(m.pattern.count({i, a.ja(k)}));
-      }
+      EXPECT_TRUE(m.pattern.count({i, i}) || a.a(a.ia(i)) == 0.0) << i;
+      for (int k = a.ia(i) + 1; k < a.ia(i + 1); ++k) EXPECT_TRUE(a.ja(k) > i && m.pattern.count({i, a.ja(k)})) << i;
     }
-    densem from_ija, from_hash;
-    assign(from_ija, a);
-    assign(from_hash, m.h);
-    EXPECT_EQ(from_ija, m.d);
-    EXPECT_EQ(from_hash, m.d);
+    EXPECT_EQ(dense_of(a), m.d);
+    EXPECT_EQ(dense_of(m.h), m.d);
     for (int i = 1; i <= n; ++i)
       for (int j = 1; j <= n; ++j) ASSERT_EQ(getm_sparse_ija(i, j, a), j >= i ? m.d(i, j) : 0.0);
 
@@ -53,9 +55,7 @@ TEST(IjaForm, HashToIjaToDenseMatchesDirectAccumulation) {
     sort_sparse_hashm(sorted);
     sparse_ija b;
     ija_from_hash(b, sorted);
-    densem from_sorted;
-    assign(from_sorted, b);
-    EXPECT_EQ(from_sorted, m.d);
+    EXPECT_EQ(dense_of(b), m.d);
     for (int i = 1; i <= n; ++i)
       for (int k = b.ia(i) + 2; k < b.ia(i + 1); ++k) EXPECT_LT(b.ja(k - 1), b.ja(k));
 
@@ -70,43 +70,32 @@ TEST(IjaForm, HashToIjaToDenseMatchesDirectAccumulation) {
     // Round trips between the hash kinds and through the dense and row forms.
     sparse_hashm full, upper;
     HASHM_UPPER_FULL(full, m.h);
-    EXPECT_EQ(full.storage, 'f');
-    EXPECT_EQ(full.nel, static_cast<std::int64_t>(m.pattern.size()) + off);
     HASHM_FULL_UPPER(upper, full);
-    EXPECT_EQ(upper.storage, 'u');
-    EXPECT_EQ(upper.nel, m.h.nel);
+    EXPECT_EQ(std::make_tuple(full.storage, full.nel, upper.storage, upper.nel),
+              std::make_tuple('f', static_cast<std::int64_t>(m.pattern.size()) + off, 'u', m.h.nel));
     for (int i = 1; i <= n; ++i)
       for (int j = 1; j <= n; ++j) {
         ASSERT_EQ(getm_sparse_hashm(i, j, full), m.d(i, j));
         ASSERT_EQ(getm_sparse_hashm(i, j, upper), getm_sparse_hashm(i, j, m.h));
       }
     sparse_hashm back, from_dense;
+    sparse_ija ija_dense;
     hash_from_ija(back, a);
     assign(from_dense, m.d);
-    sparse_ija ija_dense;
     assign(ija_dense, m.d);
-    densem d1, d2, d3;
-    assign(d1, back);
-    assign(d2, from_dense);
-    assign(d3, ija_dense);
-    EXPECT_EQ(d1, m.d);
-    EXPECT_EQ(d2, m.d);
-    EXPECT_EQ(d3, m.d);
+    EXPECT_EQ(dense_of(back), m.d);
+    EXPECT_EQ(dense_of(from_dense), m.d);
+    EXPECT_EQ(dense_of(ija_dense), m.d);
   }
 }
 
 TEST(IjaForm, SmallCasesAndFailures) {
   // No diagonal at all: n explicit zeros; a zero element behind the diagonal is kept.
-  sparse_hashm h;
-  init_sparse_hashm(h, 3);
-  addm_sparse_hashm(0.0, 1, 3, h);
-  addm_sparse_hashm(2.5, 2, 3, h);
+  const sparse_hashm h = hash_with(3, {{1, 3, 0.0}, {2, 3, 2.5}});
   sparse_ija a;
   CONVERT_HASH_IJA(a, h);
-  EXPECT_EQ(a.nel, 5);
-  EXPECT_EQ(a.ia.vec(), (std::vector<std::int32_t>{1, 3, 5, 6}));
-  EXPECT_EQ(a.ja.vec(), (std::vector<std::int32_t>{1, 3, 2, 3, 3}));
-  EXPECT_EQ(a.a.vec(), (std::vector<double>{0.0, 0.0, 0.0, 2.5, 0.0}));
+  EXPECT_EQ(std::make_tuple(a.ia.vec(), a.ja.vec(), a.a.vec()),
+            std::make_tuple(std::vector<std::int32_t>{1, 3, 5, 6}, std::vector<std::int32_t>{1, 3, 2, 3, 3}, std::vector<double>{0, 0, 0, 2.5, 0}));
   double r = -1;
   getm_sparse_ija(2, 3, a, r);
   EXPECT_EQ(r, 2.5);
@@ -131,21 +120,16 @@ TEST(IjaForm, SmallCasesAndFailures) {
   assign(b2, b);
   EXPECT_EQ(b2.ja.vec(), b.ja.vec());
   reset_sparse_ija(b2);
-  EXPECT_EQ(b2.n, 0);
-  EXPECT_EQ(b2.nel, 0);
-  EXPECT_FALSE(b2.allocated());
+  EXPECT_TRUE(b2.n == 0 && b2.nel == 0 && !b2.allocated());
 
   // Conversions in place.
   sparse_hashm self = h;
   HASHM_UPPER_FULL(self, self);
   EXPECT_EQ(getm_sparse_hashm(3, 2, self), 2.5);
   HASHM_FULL_UPPER(self, self);
-  EXPECT_EQ(getm_sparse_hashm(3, 2, self), 0.0);
-  EXPECT_EQ(self.nel, 2);
+  EXPECT_EQ(std::make_tuple(getm_sparse_hashm(3, 2, self), self.nel), std::make_tuple(0.0, std::int64_t{2}));
 
-  sparse_hashm f, t2;
-  init_sparse_hashm(f, 3, std::nullopt, 'f');
-  addm_sparse_hashm(1.0, 1, 1, f);
+  sparse_hashm f = hash_with(3, {{1, 1, 1.0}}, 'f'), t2;
   // The count of elements above the 4-byte range (the field is set by hand here).
   sparse_hashm big = h;
   big.nel = 3000000000LL;
@@ -161,31 +145,18 @@ TEST(IjaForm, SmallCasesAndFailures) {
 }
 
 TEST(IjaForm, HashiaFillsCallerArraysAndWarns) {
-  // A table in any pattern: lower elements, no diagonal convention, indices over n.
-  Array2<double> t(3, 8, 0.0);
-  auto put = [&](int k, double i, double j, double v) {
-    t(1, k) = i;
-    t(2, k) = j;
-    t(3, k) = v;
-  };
-  put(1, 2, 1, 21);
-  put(3, 1, 2, 12);
-  put(4, 5, 5, 55);
-  put(5, 6, 1, 61);  // row over n
-  put(7, 2, 2, 22);
-  put(8, 1, 7, 17);  // column over n
+  // A table in any pattern, (row, column, value) in each slot, empty slots among them: lower
+  // elements, no diagonal convention, a row (6, 1) and a column (1, 7) over n.
+  Array2<double> t(3, 8);
+  t.vec() = {2, 1, 21, 0, 0, 0, 1, 2, 12, 5, 5, 55, 6, 1, 61, 0, 0, 0, 2, 2, 22, 1, 7, 17};
   Array1<std::int32_t> ia(6), ja(10);
   Array1<double> a(10);
   CaptureOutput cap;
   hashia(t.data(), 8, 5, ia, ja, a, 10);
   EXPECT_EQ(cap.text(), " 2 elements in HASH->IJA conversion had index(es) over 5\n");
   EXPECT_EQ(ia.vec(), (std::vector<std::int32_t>{1, 2, 4, 4, 4, 5}));
-  const std::int32_t cols[4] = {2, 1, 2, 5};
-  const double vals[4] = {12, 21, 22, 55};
-  for (int k = 1; k <= 4; ++k) {
-    EXPECT_EQ(ja(k), cols[k - 1]);
-    EXPECT_EQ(a(k), vals[k - 1]);
-  }
+  EXPECT_EQ(std::vector<std::int32_t>(ja.begin(), ja.begin() + 4), (std::vector<std::int32_t>{2, 1, 2, 5}));
+  EXPECT_EQ(std::vector<double>(a.begin(), a.begin() + 4), (std::vector<double>{12, 21, 22, 55}));
   expect_stop([&] { hashia(t.data(), 8, 5, ia, ja, a, 3); }, "Too small parameter m in hashia:should be > 4");
 }
 
@@ -199,27 +170,21 @@ TEST(IjaForm, ListFormAndDenseElementAccess) {
   l.heads(2).next->col = 4;
   l.heads(2).next->val = 2.5f;
   init_sparse_ll(l, 4);  // same order: values zero, nodes kept
-  EXPECT_EQ(l.heads(2).col, 3);
-  EXPECT_EQ(l.heads(2).val, 0.0f);
   ASSERT_TRUE(l.heads(2).next);
-  EXPECT_EQ(l.heads(2).next->col, 4);
-  EXPECT_EQ(l.heads(2).next->val, 0.0f);
+  EXPECT_EQ(std::make_tuple(l.heads(2).col, l.heads(2).val, l.heads(2).next->col, l.heads(2).next->val),
+            std::make_tuple(3, 0.0f, 4, 0.0f));
 
   dense_symm s(3, 0.0);
   addm_dense_symm(2.0, 1, 3, s);
   addm_dense_symm(1.0, 1, 3, s);
   setm_dense_symm(7.0, 2, 2, s);
-  EXPECT_EQ(getm_dense_symm(1, 3, s), 3.0);
-  EXPECT_EQ(s(3), 3.0);
-  EXPECT_EQ(s(4), 7.0);
   double r = 0;
   getm_dense_symm(2, 2, s, r);
-  EXPECT_EQ(r, 7.0);
+  EXPECT_EQ(std::make_tuple(getm_dense_symm(1, 3, s), s(3), s(4), r), std::make_tuple(3.0, 3.0, 7.0, 7.0));
   densem d(2, 0.0);
   addm_densem(1.5, 2, 1, d);
   addm_densem(1.0, 2, 1, d);
-  EXPECT_EQ(getm_densem(2, 1, d), 2.5);
-  EXPECT_EQ(getm_densem(1, 2, d), 0.0);
+  EXPECT_EQ(std::make_tuple(getm_densem(2, 1, d), getm_densem(1, 2, d)), std::make_tuple(2.5, 0.0));
 
   const std::string lower = "Warning !!! this is an upper-triangular matrix";
   const std::pair<std::function<void()>, std::string> stops[] = {
@@ -230,10 +195,7 @@ TEST(IjaForm, ListFormAndDenseElementAccess) {
 }
 
 TEST(IjaForm, Printing) {
-  sparse_hashm h;
-  init_sparse_hashm(h, 2);
-  addm_sparse_hashm(1.5, 1, 2, h);
-  addm_sparse_hashm(-2.0, 1, 1, h);
+  const sparse_hashm h = hash_with(2, {{1, 2, 1.5}, {1, 1, -2.0}});
   CaptureOutput cap;
   printm_sparse_hashm(h);
   EXPECT_EQ(cap.text(), "     -2.0000      1.5000\n      1.5000      0.0000\n");

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <random>
 #include <set>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,16 @@ struct FreshParameters : ::testing::Test {
   void SetUp() override { mmekit::reset_sparse_parameters(); }
   void TearDown() override { mmekit::reset_sparse_parameters(); }
 };
+
+// A hash matrix of order n ('u' upper, 'f' full storage) made by adding the listed elements
+// (row, column, value) in turn.
+inline mmekit::sparse_hashm hash_with(std::int32_t n, std::initializer_list<std::tuple<int, int, double>> elements,
+                                      char storage = 'u') {
+  mmekit::sparse_hashm h;
+  mmekit::init_sparse_hashm(h, n, std::nullopt, storage);
+  for (const auto& [i, j, v] : elements) mmekit::addm_sparse_hashm(v, i, j, h);
+  return h;
+}
 
 // A random sparse symmetric matrix of order n, accumulated at once into an upper-stored hash
 // matrix `h` and into a dense matrix `d` with both triangles. Each upper position drawn is

@@ -86,8 +86,7 @@ TEST(Framed, MixedRecordsRoundTrip) {
   EXPECT_EQ(r.read(four), FramedStatus::short_record);  // the empty record
   EXPECT_EQ(r.read(i), FramedStatus::ok);
   EXPECT_EQ(i, -1);  // low half of the first int64
-  EXPECT_FALSE(FramedReader("no/such/file.bin").is_open());
-  EXPECT_FALSE(FramedWriter("no/such/dir/file.bin").is_open());
+  EXPECT_FALSE(FramedReader("no/such/file.bin").is_open() || FramedWriter("no/such/dir/file.bin").is_open());
 }
 
 TEST(Framed, LongRecordsAreSplitIntoMarkedPieces) {
@@ -98,8 +97,7 @@ TEST(Framed, LongRecordsAreSplitIntoMarkedPieces) {
     w.write_bytes("XYZ", 3);  // exactly the limit: one piece
     w.write(std::vector<char>{'a', 'b'}, std::vector<char>{'c', 'd', 'e', 'f'});  // parts across pieces
   }
-  EXPECT_EQ(framed_piece_max, 2147483639u);  // the largest piece a writer makes by default
-  const int M = 0xFF, m3 = 0xFD;              // FD FF FF FF is -3, FF FF FF FF is -1
+  const int M = 0xFF, m3 = 0xFD;  // FD FF FF FF is -3, FF FF FF FF is -1
   EXPECT_EQ(read_file("split.bin"), bytes({m3, M, M, M, 'A', 'B', 'C', 3, 0, 0, 0, m3, M, M, M, 'D', 'E', 'F', m3, M, M, M,
                                            1, 0, 0, 0, 'G', M, M, M, M, 3, 0, 0, 0, 'X', 'Y', 'Z', 3, 0, 0, 0,
                                            m3, M, M, M, 'a', 'b', 'c', 3, 0, 0, 0, 3, 0, 0, 0, 'd', 'e', 'f', m3, M, M, M}));

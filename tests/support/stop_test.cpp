@@ -12,9 +12,7 @@ using namespace mmekit;
 
 TEST(Stop, PrintsTheMessageThrowsAndEndsTheProgramWithOne) {
   const auto seen = test::run_to_stop([] { stop(" line one\n line two"); });
-  EXPECT_TRUE(seen.stopped);
-  EXPECT_EQ(seen.message, " line one\n line two");
-  EXPECT_EQ(seen.printed, " line one\n line two\n");
+  EXPECT_EQ(std::make_tuple(seen.stopped, seen.message, seen.printed), std::make_tuple(true, " line one\n line two", " line one\n line two\n"));
   EXPECT_EQ(test::run_to_stop([] { stop(""); }).printed, "");  // an empty message prints nothing
   CaptureOutput cap;
   EXPECT_EQ(run_program([] { out() << "fine\n"; }), 0);
@@ -24,18 +22,13 @@ TEST(Stop, PrintsTheMessageThrowsAndEndsTheProgramWithOne) {
 
 TEST(Array, BoundsAndLayout) {
   Array1<int> a(0, 3, 7);
-  EXPECT_EQ(a.size(), 4);
-  EXPECT_EQ(a.lower(), 0);
-  EXPECT_EQ(a.upper(), 3);
   a(0) = 1;
   a(3) = 4;
-  EXPECT_EQ(a.data()[0], 1);
-  EXPECT_EQ(a.data()[3], 4);
+  EXPECT_EQ(std::make_tuple(a.size(), a.lower(), a.upper(), a.data()[0], a.data()[3]), std::make_tuple(4, 0, 3, 1, 4));
   Array2<double> m(2, 3);
   m(2, 1) = 5.0;  // first index fastest
   m(1, 2) = 6.0;
-  EXPECT_EQ(m.data()[1], 5.0);
-  EXPECT_EQ(m.data()[2], 6.0);
+  EXPECT_EQ(std::make_pair(m.data()[1], m.data()[2]), std::make_pair(5.0, 6.0));
 #ifdef MMEKIT_BOUNDS_CHECK
   EXPECT_DEATH(a(4), "index 4 outside 0..3");
   EXPECT_DEATH(m(3, 1), "index 3 outside 1..2");

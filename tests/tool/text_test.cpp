@@ -18,29 +18,23 @@ TEST(Nums2, SplitsAtBlanksOnlyAndDecodesTwelveCharacterFields) {
   FixedTexts xc(5, 8);
   for (int i = 1; i <= 5; ++i) xc.set(i, "junk");
   std::int32_t m = -7;
-  nums2("      ", m, x, xc);  // all blank: nothing, everything cleared
-  EXPECT_EQ(m, 0);
-  EXPECT_EQ(x, std::vector<float>(5, 0.0f));
-  EXPECT_EQ(xc.to_vector(), Texts(5, ""));
-  nums2(" 1,2 3", m, x, xc);  // the comma ends the number but not the item
-  EXPECT_EQ(m, 2);
-  EXPECT_EQ(x, (std::vector<float>{1, 3, 0, 0, 0}));
-  EXPECT_EQ(xc.to_vector(), (Texts{"1,2", "3", "", "", ""}));
+  const auto split = [&](const char* line) {
+    nums2(line, m, x, xc);
+    return std::make_tuple(m, x, xc.to_vector());
+  };
+  // All blank: nothing, everything cleared; the comma ends the number but not the item.
+  EXPECT_EQ(split("      "), std::make_tuple(0, std::vector<float>(5, 0.0f), Texts(5, "")));
+  EXPECT_EQ(split(" 1,2 3"), std::make_tuple(2, std::vector<float>{1, 3, 0, 0, 0}, Texts{"1,2", "3", "", "", ""}));
   // 12 characters make a number; texts are cut to the element width; a tab belongs to the item.
-  nums2("123456789012345 a\tb 'q' -2.5 1.5e2", m, x, xc);
-  EXPECT_EQ(m, 5);
-  EXPECT_EQ(x, (std::vector<float>{123456789012.0f, 0, 0, -2.5f, 150}));
-  EXPECT_EQ(xc.to_vector(), (Texts{"12345678", "a\tb", "'q'", "-2.5", "1.5e2"}));
+  EXPECT_EQ(split("123456789012345 a\tb 'q' -2.5 1.5e2"),
+            std::make_tuple(5, std::vector<float>{123456789012.0f, 0, 0, -2.5f, 150}, Texts{"12345678", "a\tb", "'q'", "-2.5", "1.5e2"}));
   // Without xc, with xc only, and counting only.
   nums2("4 5 6", m, std::span<float>(x));
-  EXPECT_EQ(m, 3);
-  EXPECT_EQ(x[2], 6.0f);
+  EXPECT_EQ(std::make_tuple(m, x[2]), std::make_tuple(3, 6.0f));
   nums2("4 5 6 7", m, xc);
-  EXPECT_EQ(m, 4);
-  EXPECT_EQ(xc(4), "7");
+  EXPECT_EQ(std::make_tuple(m, std::string(xc(4))), std::make_tuple(4, "7"));
   nums2("  a b  c ", m);
   EXPECT_EQ(m, 3);
-
 }
 
 TEST(Nums2, TooManyItemsIsReportedWithTheCapacityOfTheTexts) {
@@ -61,20 +55,17 @@ TEST(Nums, DecodesByHandAndKeepsOldItems) {
   std::vector<std::int32_t> x(5, 99);
   FixedTexts xc(5, 20);
   std::int32_t m = 0;
-  nums("a1 - --5 12abc 3.7 ", x, xc, 5, m);
-  EXPECT_EQ(m, 5);
-  EXPECT_EQ(x, (std::vector<std::int32_t>{0, 0, 0, 12, 3}));
-  EXPECT_EQ(xc.to_vector(), (Texts{"a1", "-", "--5", "12abc", "3.7"}));  // without the trailing blank
-  nums("cro ", x, xc, 5, m);  // one item: the old second to fourth items stay, the fifth is blanked
-  EXPECT_EQ(m, 1);
-  EXPECT_EQ(xc.to_vector(), (Texts{"cro", "-", "--5", "12abc", ""}));
-  EXPECT_EQ(x, (std::vector<std::int32_t>{0, 0, 0, 12, 3}));
+  const auto split = [&](const char* line) {
+    nums(line, x, xc, 5, m);
+    return std::make_tuple(m, x, xc.to_vector());
+  };
+  const std::vector<std::int32_t> first{0, 0, 0, 12, 3};
+  EXPECT_EQ(split("a1 - --5 12abc 3.7 "), std::make_tuple(5, first, Texts{"a1", "-", "--5", "12abc", "3.7"}));  // no trailing blank
+  // One item: the old second to fourth items stay, the fifth is blanked.
+  EXPECT_EQ(split("cro "), std::make_tuple(1, first, Texts{"cro", "-", "--5", "12abc", ""}));
   // The last item does not end at a blank; ten characters decode, eleven leave the number.
-  nums("7 1234567890 12345678901 -42", x, xc, 5, m);
-  EXPECT_EQ(m, 3);
-  EXPECT_EQ(x, (std::vector<std::int32_t>{7, 1234567890, 0, 12, 3}));
-  EXPECT_EQ(xc(3), "12345678901");
-  EXPECT_EQ(xc(4), "12abc");
+  EXPECT_EQ(split("7 1234567890 12345678901 -42"),
+            std::make_tuple(3, std::vector<std::int32_t>{7, 1234567890, 0, 12, 3}, Texts{"7", "1234567890", "12345678901", "12abc", ""}));
 
   std::vector<std::int32_t> two(2);
   FixedTexts xc2(2, 4);
@@ -164,18 +155,14 @@ TEST(CommandLine, OptionsAndTheirValues) {
   std::int32_t m = 0;
   std::vector<double> x(4, 9.0);
   FixedTexts xc(4, 250), one(1, 10);
-  get_command_option(" -a ", m, x, xc);
-  EXPECT_EQ(m, 2);  // stops at "--b"
-  EXPECT_EQ(std::string(xc(1)) + std::string(xc(2)), "1.5x");
-  EXPECT_EQ(x, (std::vector<double>{1.5, 0.0, 0.0, 0.0}));
-  get_command_option("--b", m, xc);
-  EXPECT_EQ(m, 3);  // "-c" does not start with "--"
-  EXPECT_EQ(xc(2), "-e");
+  get_command_option(" -a ", m, x, xc);  // stops at "--b"
+  EXPECT_EQ(std::make_tuple(m, std::string(xc(1)) + std::string(xc(2)), x), std::make_tuple(2, "1.5x", std::vector<double>{1.5, 0, 0, 0}));
+  get_command_option("--b", m, xc);  // "-c" does not start with "--"
+  EXPECT_EQ(std::make_tuple(m, std::string(xc(2))), std::make_tuple(3, "-e"));
   get_command_option("-e", m);
   EXPECT_EQ(m, 1);
   get_command_option("-z", m, x, xc);
-  EXPECT_EQ(m, -1);
-  EXPECT_EQ(xc(1), "");
+  EXPECT_EQ(std::make_tuple(m, std::string(xc(1))), std::make_tuple(-1, ""));
   get_command_option("--b", m, one);
   EXPECT_EQ(m, 1);  // no more than the texts hold
 

@@ -1,17 +1,72 @@
-// Dense references for the tests of the sparse Cholesky package.
+// Dense references and a kernel harness for the tests of the sparse Cholesky package.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "common/lapack_ref.hpp"
 #include "mmekit/dense/dense.hpp"
 #include "mmekit/sparse/convert.hpp"
 #include "mmekit/sparse/ija.hpp"
+#include "mmekit/torvex/torvex.hpp"
 
 namespace torvex_test {
+
+// A right-hand side: b(i) = sin(3 i).
+inline mmekit::Array1<double> sines(std::int64_t n) {
+  mmekit::Array1<double> b(n);
+  for (std::int64_t i = 1; i <= n; ++i) b(i) = std::sin(3.0 * i);
+  return b;
+}
+
+// A driver state as at the start of a run.
+inline void fresh_driver() {
+  mmekit::sparse_ija none;
+  mmekit::TORVEX("res", none);
+  mmekit::torvex_state.stats = mmekit::TorvexStatistics{};
+  mmekit::torvex_state.order_last = mmekit::torvex_state.elements_last = 0;
+}
+
+// The matrix m through the kernel in a work array of its own.
+struct Kernel {
+  mmekit::sparse_ija m;
+  mmekit::TorvexWork work{200000};
+  mmekit::TorvexStatistics stats;
+  std::vector<std::int32_t> perm;
+
+  explicit Kernel(mmekit::sparse_ija mat) : m(std::move(mat)), perm(static_cast<std::size_t>(std::max(m.n, 1))) {}
+
+  // The flag of one option; `extra` carries the other arguments in and the needs out.
+  std::int32_t run(std::int32_t option, double* rhs = nullptr, mmekit::TorvexKernelArgs* extra = nullptr) {
+    mmekit::TorvexKernelArgs local;
+    mmekit::TorvexKernelArgs& k = extra ? *extra : local;
+    k.is = work.cells();
+    k.size = work.size();
+    k.stats = &stats;
+    std::int32_t flag = 0;
+    mmekit::torvex_kernel(option, m.n, m.ia.data(), m.ja.data(), m.a.data(), perm.data(), rhs, flag, k);
+    return flag;
+  }
+  std::int32_t run(std::int32_t option, double* rhs, mmekit::TorvexKernelArgs k) { return run(option, rhs, &k); }
+  void factorise() {
+    for (std::int32_t option : {10, 20, 40}) ASSERT_EQ(run(option), 0) << option;
+  }
+  mmekit::Array1<double> solve(mmekit::Array1<double> b) {
+    EXPECT_EQ(run(50, b.data()), 0);
+    return b;
+  }
+  double value(std::int32_t option) {
+    double d = -12345;
+    EXPECT_EQ(run(option, nullptr, mmekit::TorvexKernelArgs{.det = &d}), 0);
+    return d;
+  }
+  std::vector<std::int32_t> cells() const { return {work.cells(), work.cells() + work.size()}; }
+};
 
 // The upper row form of a dense matrix.
 inline mmekit::sparse_ija to_ija(const mmekit::densem& d) {
