@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/free_format.hpp"
@@ -509,17 +510,6 @@ void ldl_from_cholesky(const Sx2Layout& layout, Array1<double>& lnz, const Skeld
   }
 }
 
-double supernodal_logdet(const Sx2Layout& layout, const Array1<double>& lnz, std::int64_t factor_type) {
-  double sum = 0;
-  const double weight = factor_type == 1 ? 2.0 : 1.0;
-  for (std::int32_t s = 1; s <= layout.nsn; ++s)
-    for (std::int64_t c = 1; c <= layout.width(s); ++c) {
-      const double d = lnz(layout.diag_position(s, c, c));
-      if (d > 0) sum += weight * std::log(d);
-    }
-  return sum;
-}
-
 // ---------------------------------------------------------------------------------------------
 // The task.
 
@@ -573,7 +563,7 @@ std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, con
   }
   if (s.iparm(kLogdetOnFactor) > 0) {
     status = 10;
-    const double value = supernodal_logdet(layout, *s.lnz, s.iparm(kFactorType));
+    const double value = supernodal_logdet(layout, *s.lnz, static_cast<int>(s.iparm(kFactorType)));
     if (!std::isfinite(value)) return status;
     s.rparm(41) = value;
     if (logdet) *logdet = value;

@@ -20,6 +20,7 @@
 #include "mmekit/skelda/multifrontal.hpp"
 #include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
