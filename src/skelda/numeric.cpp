@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/free_format.hpp"
@@ -131,7 +132,8 @@ struct Walk {
 
 }  // namespace
 
-SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose) {
+SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose,
+                         std::int64_t small_update) {
   SnllMemory mem;
   Walk walk(layout);
   const std::int64_t cw = snll_update_width(layout);
@@ -140,12 +142,12 @@ SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int
     widest = std::max(widest, layout.width(j));
     mem.lj = std::max(mem.lj, sx2_size(layout.width(j), layout.rows_below(j), layout.panel));
     walk.set_relidx(j);
-    const bool panel = layout.panel_form(j);
     for (std::int32_t k = walk.link[static_cast<std::size_t>(j)]; k != 0;) {
       const std::int32_t next = walk.link[static_cast<std::size_t>(k)];
       std::int64_t r = 0, nj = 0;
       walk.prepare(j, k, r, nj);
-      if (r > 0 && (panel || !walk.contiguous(r))) mem.tmp = std::max(mem.tmp, r * std::min(nj, cw));
+      if (r > 0 && r * nj * layout.width(k) > small_update && !walk.contiguous(r))
+        mem.tmp = std::max(mem.tmp, r * std::min(nj, cw));
       walk.advance(k, r, nj);
       k = next;
     }
@@ -183,39 +185,60 @@ std::int32_t load_matrix(std::int32_t n, const Array1<std::int32_t>& ia, const A
   const std::int64_t nnz = static_cast<std::int64_t>(ia(n + 1)) - 1;
   if (nnz < 0 || nnz > ja.size() || nnz > a.size()) return kSkeldaNoTempMemory;
   if (position_map && position_map->size() < nnz) position_map->resize(nnz);
-  for (std::int32_t i = 1; i <= n; ++i) {
+  // The entries by permuted column (the smaller permuted index), in the order of the input so
+  // that the last of a repeated entry is stored last.
+  std::vector<std::int64_t> start(static_cast<std::size_t>(n) + 2, 0);
+  for (std::int32_t i = 1; i <= n; ++i)
     for (std::int64_t k = ia(i); k < ia(i + 1); ++k) {
       const std::int32_t j = ja(k);
-      if (j < 1 || j > n) return kSkeldaNoTempMemory;
-      std::int32_t r = iperm(i), c = iperm(j);
+      if (k < 1 || j < 1 || j > n) return kSkeldaNoTempMemory;
+      const std::int32_t r = iperm(i), c = iperm(j);
       if (r < 1 || r > n || c < 1 || c > n) return kSkeldaNoTempMemory;
-      if (r < c) std::swap(r, c);
-      double value = a(k);
-      if ((cflag(r) & 1) || (cflag(c) & 1)) value = (r == c) ? 1.0 : 0.0;
-      const std::int32_t s = (*layout.snode)(c);
-      const std::int64_t f = layout.first(s), w = layout.width(s);
-      const std::int64_t rl = r - f + 1, cl = c - f + 1;
-      std::int64_t pos = 0;
-      if (layout.panel_form(s)) {
-        if (rl > w || cl > w) stop("ERROR: set_sx2_factor_element() Element not allocated");
-        pos = layout.diag_position(s, rl, cl);
-      } else if (rl <= w) {
-        pos = layout.diag_position(s, rl, cl);
-      } else {
-        const std::int64_t x = (*layout.xlindx)(s), m = layout.rows_below(s);
-        std::int64_t found = -1;
-        for (std::int64_t q = 0; q < m; ++q)
-          if ((*layout.lindx)(x + q) == r) {
-            found = q;
-            break;
-          }
-        if (found < 0) return kSkeldaNoTempMemory;
-        pos = layout.below_position(s, found, cl);
-      }
-      if (pos < 1 || pos > total) return kSkeldaNoTempMemory;
-      lnz(pos) = value;
-      if (position_map) (*position_map)(k) = pos;
+      ++start[static_cast<std::size_t>(std::min(r, c)) + 1];
     }
+  for (std::int32_t c = 1; c <= n; ++c) start[static_cast<std::size_t>(c) + 1] += start[static_cast<std::size_t>(c)];
+  std::vector<std::int64_t> entry(static_cast<std::size_t>(std::max<std::int64_t>(nnz, 1)));
+  std::vector<std::int32_t> row(entry.size());
+  std::vector<std::int64_t> fill(start.begin(), start.end());
+  for (std::int32_t i = 1; i <= n; ++i)
+    for (std::int64_t k = ia(i); k < ia(i + 1); ++k) {
+      const std::int32_t p = iperm(i), q = iperm(ja(k));
+      const auto e = static_cast<std::size_t>(fill[static_cast<std::size_t>(std::min(p, q))]++);
+      entry[e] = k;
+      row[e] = std::max(p, q);
+    }
+  // Supernode by supernode: each row of the supernode gets its local row (the diagonal block
+  // first, then the row list), stamped with the supernode so that a row of another one is
+  // recognised as missing.
+  std::vector<std::int32_t> local(static_cast<std::size_t>(n) + 1, 0), stamp(static_cast<std::size_t>(n) + 1, 0);
+  for (std::int32_t s = 1; s <= layout.nsn; ++s) {
+    const std::int64_t f = layout.first(s), w = layout.width(s), m = layout.rows_below(s);
+    const bool panel = layout.panel_form(s);
+    for (std::int64_t t = 0; t < w; ++t) {
+      local[static_cast<std::size_t>(f + t)] = static_cast<std::int32_t>(t);
+      stamp[static_cast<std::size_t>(f + t)] = s;
+    }
+    for (std::int64_t q = 0; q < m; ++q) {
+      const std::int32_t r = (*layout.lindx)((*layout.xlindx)(s) + q);
+      local[static_cast<std::size_t>(r)] = static_cast<std::int32_t>(w + q);
+      stamp[static_cast<std::size_t>(r)] = s;
+    }
+    for (std::int64_t c = f; c < f + w; ++c)
+      for (std::int64_t e = start[static_cast<std::size_t>(c)]; e < start[static_cast<std::size_t>(c) + 1]; ++e) {
+        const std::int64_t k = entry[static_cast<std::size_t>(e)];
+        const std::int32_t r = row[static_cast<std::size_t>(e)];
+        if (stamp[static_cast<std::size_t>(r)] != s) {
+          if (panel) stop("ERROR: set_sx2_factor_element() Element not allocated");
+          return kSkeldaNoTempMemory;
+        }
+        const std::int64_t li = local[static_cast<std::size_t>(r)], cl = c - f + 1;
+        const std::int64_t pos = li < w ? layout.diag_position(s, li + 1, cl) : layout.below_position(s, li - w, cl);
+        if (pos < 1 || pos > total) return kSkeldaNoTempMemory;
+        double value = a(k);
+        if ((cflag(r) & 1) || (cflag(static_cast<std::int32_t>(c)) & 1)) value = (r == c) ? 1.0 : 0.0;
+        lnz(pos) = value;
+        if (position_map) (*position_map)(k) = pos;
+      }
   }
   return kSkeldaOk;
 }
@@ -394,6 +417,21 @@ struct Factoriser {
                    x + base + w * w + i0 * m, bi(m));
       return;
     }
+    if (panel && walk.contiguous(r)) {
+      // Consecutive rows of a panel-form root: straight into each block column reached.
+      const std::int64_t i0 = local(0), p = L.panel, nbk = sx2_blocks(w, p);
+      for (std::int64_t c = 0; c < nj;) {
+        const std::int64_t tc = i0 + c, jb = tc / p + 1, cend = std::min(nj, jb * p - i0), nc = cend - c;
+        const std::int64_t ld = (nbk - jb + 1) * p;
+        const std::int64_t colbase = base + sx2_block_column_offset(jb, nbk, p) + ld * (tc - (jb - 1) * p) - (jb - 1) * p;
+        blas.dsyrk('L', 'N', bi(nc), bi(wk), -1.0, src + c, bi(mk), 1.0, x + colbase + tc, bi(ld));
+        if (r > cend)
+          blas.dgemm('N', 'T', bi(r - cend), bi(nc), bi(wk), -1.0, src + cend, bi(mk), src + c, bi(mk), 1.0,
+                     x + colbase + i0 + cend, bi(ld));
+        c = cend;
+      }
+      return;
+    }
     // Otherwise through tmp, a chunk of target columns at a time, and a scatter by gather.
     const std::int64_t cw = snll_update_width(L);
     const std::int64_t nbk = panel ? sx2_blocks(w, L.panel) : 0, p = L.panel;
@@ -472,17 +510,6 @@ void ldl_from_cholesky(const Sx2Layout& layout, Array1<double>& lnz, const Skeld
   }
 }
 
-double supernodal_logdet(const Sx2Layout& layout, const Array1<double>& lnz, std::int64_t factor_type) {
-  double sum = 0;
-  const double weight = factor_type == 1 ? 2.0 : 1.0;
-  for (std::int32_t s = 1; s <= layout.nsn; ++s)
-    for (std::int64_t c = 1; c <= layout.width(s); ++c) {
-      const double d = lnz(layout.diag_position(s, c, c));
-      if (d > 0) sum += weight * std::log(d);
-    }
-  return sum;
-}
-
 // ---------------------------------------------------------------------------------------------
 // The task.
 
@@ -504,16 +531,16 @@ std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, con
   const Sx2Layout layout = skelda_layout();
   Array1<std::int32_t>& cflag = *s.cflag;
   if (s.iparm(kConstraintsGiven) < 1) cflag.fill(0);
-  if (s.iparm(kNoLoad) < 1) {
-    const std::int32_t st = load_matrix(n, ia, ja, a, *s.iperm, layout, *s.lnz, cflag);
-    if (st != kSkeldaOk) return status;
-  } else if (v >= 2) {
-    out() << "NOTE: The sparse matrix is not loaded to the internal storage.\n";
-  }
   SnllMemory mem;
   std::int64_t r = 0;
   try {
-    mem = snll_simulate(layout, s.iparm(kLnzAllocated), verbose);
+    if (s.iparm(kNoLoad) < 1) {
+      const std::int32_t st = load_matrix(n, ia, ja, a, *s.iperm, layout, *s.lnz, cflag);
+      if (st != kSkeldaOk) return status;
+    } else if (v >= 2) {
+      out() << "NOTE: The sparse matrix is not loaded to the internal storage.\n";
+    }
+    mem = snll_simulate(layout, s.iparm(kLnzAllocated), verbose, SnllOptions{}.small_update);
     rank = 0;
     status = 8;
     SnllOptions opt;
@@ -536,7 +563,7 @@ std::int32_t skelda_numfac(std::int32_t neq, const Array1<std::int32_t>& ia, con
   }
   if (s.iparm(kLogdetOnFactor) > 0) {
     status = 10;
-    const double value = supernodal_logdet(layout, *s.lnz, s.iparm(kFactorType));
+    const double value = supernodal_logdet(layout, *s.lnz, static_cast<int>(s.iparm(kFactorType)));
     if (!std::isfinite(value)) return status;
     s.rparm(41) = value;
     if (logdet) *logdet = value;

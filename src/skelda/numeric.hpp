@@ -1,7 +1,8 @@
 // Numeric factorisation of the supernodal solver: loading the matrix into the factor storage,
 // the left-looking supernodal Cholesky (plain, or with the detection of dependent columns that
 // turns a singular system into one with a generalised inverse), the conversion to LDL, the
-// memory simulation that sizes the temporary, and the log-determinant sum over the pivots.
+// memory simulation that sizes the temporary. The log-determinant at the end of the task is
+// the sum of solve.hpp.
 //
 // Everything below `skelda_numfac` works on explicit data: the symbolic structure through an
 // `Sx2Layout` view and the values in `lnz`. Positions are 1-based indices into `lnz`.
@@ -53,9 +54,12 @@ struct SnllMemory {
 std::int64_t snll_update_width(const Sx2Layout& layout);
 
 // Walks the supernodes in the order of the factorisation, with the same lists of pending
-// updates, and returns the sizes of its work. Prints "SKELDA_FAC_SNLL" and the three size
-// lines at |verbose| > 2, with `lx_size` (iparm(44)) in the last ratio.
-SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose);
+// updates, and returns the sizes of its work: the temporary serves the updates above
+// `small_update` (the option of the same name) whose rows are not consecutive in the target.
+// Prints "SKELDA_FAC_SNLL" and the three size lines at |verbose| > 2, with `lx_size`
+// (iparm(44)) in the last ratio.
+SnllMemory snll_simulate(const Sx2Layout& layout, std::int64_t lx_size, std::int32_t verbose,
+                         std::int64_t small_update = 0);
 
 // Loads the upper triangle (ia, ja, a) under `iperm` into `lnz`, zeroed first. Entries in a
 // row or column whose `cflag` word is true become 1 on the diagonal and 0 elsewhere. Values
@@ -106,10 +110,6 @@ void kachman_dense(std::int64_t n, double* a, std::int64_t lda, double tol_abs, 
 // Turns the Cholesky factor into L with unit diagonal and D on the diagonal: for a pivot d
 // above 0 the diagonal becomes d*d and the column below it is divided by d.
 void ldl_from_cholesky(const Sx2Layout& layout, Array1<double>& lnz, const SkeldaBlas& blas);
-
-// Sum over all columns of the logarithm of the pivots above 0, twice for the Cholesky type
-// (factor_type 1). Pivots that are not above 0 add nothing.
-double supernodal_logdet(const Sx2Layout& layout, const Array1<double>& lnz, std::int64_t factor_type);
 
 // The numerical factorisation task on skelda_state. Returns the status; `rank` receives the
 // rank, `logdet` the log-determinant when iparm(14) asks for it.

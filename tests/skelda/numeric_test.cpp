@@ -20,6 +20,7 @@
 #include "mmekit/skelda/multifrontal.hpp"
 #include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/skelda.hpp"
+#include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
@@ -135,7 +136,7 @@ Factored factorise(const mmekit::sparse_ija& p, const Array1<std::int32_t>& iper
   f.cflag = Array1<std::int32_t>(p.n, 0);
   const mmekit::Sx2Layout l = f.s.layout();
   EXPECT_EQ(mmekit::load_matrix(p.n, p.ia, p.ja, p.a, iperm, l, f.lnz, f.cflag), 0);
-  opt.tmp_words = mmekit::snll_simulate(l, f.s.lx_size, 0).tmp;
+  opt.tmp_words = mmekit::snll_simulate(l, f.s.lx_size, 0, opt.small_update).tmp;
   f.status = mmekit::snll_factor(l, f.lnz, f.cflag, opt, blas, f.rank);
   return f;
 }
