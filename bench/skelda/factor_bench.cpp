@@ -61,10 +61,8 @@ Task ordered(std::int64_t records) {
   t.m = const_cast<mmekit::sparse_ija*>(&mme(records));
   t.n = t.m->n;
   mmekit::skeldatask(0);
-  // METIS (method 0): the nested dissection orders the million-equation MME in seconds.
-  std::int32_t method = mmekit::kOrdering;
-  std::int64_t metis = 0;
-  mmekit::skeldatask(2, {.parnum = &method, .parval8 = &metis});
+  // AMD (the default method) with the dense rows of the MME set aside and numbered last.
+  mmekit::skelda_state.switches.dense_rows_last = true;
   auto it = perms.find(records);
   if (it == perms.end()) {
     mmekit::skeldatask(10, t.args());
