@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
 #include <vector>
 
 #include "common/lapack_ref.hpp"
@@ -12,9 +11,7 @@
 #include "common/spd.hpp"
 #include "common/supernodal.hpp"
 #include "mmekit/skelda/numeric.hpp"
-#include "mmekit/skelda/skelda.hpp"
 #include "mmekit/skelda/solve.hpp"
-#include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/output.hpp"
 
 using mmekit::Array1;
@@ -75,21 +72,21 @@ TEST_F(SkeldaSolveChain, RandomPositiveDefiniteMatrix) {
     // F x and the y with F' y = x, F the Cholesky factor of P'AP for either type.
     Array1<std::int32_t> perm(n), iperm(n);
     skeldatask(12, {.perm = &perm, .iperm = &iperm});
-    densem ap(n, 0.0);
+    densem f(n, 0.0);
     for (std::int32_t j = 1; j <= n; ++j)
-      for (std::int32_t i = 1; i <= n; ++i) ap(i, j) = a(perm(i), perm(j));
-    const densem f = lapack_cholesky(ap);
-    Array2<double> x = random_columns(n, 2, 8), xp(n, 2), y, yp(n, 2);
-    for (std::int64_t c = 1; c <= 2; ++c)
-      for (std::int32_t i = 1; i <= n; ++i) xp(i, c) = x(perm(i), c);
+      for (std::int32_t i = 1; i <= n; ++i) f(i, j) = a(perm(i), perm(j));
+    f = lapack_cholesky(f);
+    const auto permuted = [&](const Array2<double>& v) {
+      Array2<double> p(n, v.cols());
+      for (std::int64_t c = 1; c <= v.cols(); ++c)
+        for (std::int32_t i = 1; i <= n; ++i) p(i, c) = v(perm(i), c);
+      return p;
+    };
+    Array2<double> x = random_columns(n, 2, 8), y;
     skeldatask(100, {.rhs = &x, .sol = &y, .status = &st});
-    for (std::int64_t c = 1; c <= 2; ++c)
-      for (std::int32_t i = 1; i <= n; ++i) yp(i, c) = y(perm(i), c);
-    EXPECT_LT(max_diff(yp, dense_times(f, xp)), 1e-10);
+    EXPECT_LT(max_diff(permuted(y), dense_times(f, permuted(x))), 1e-10);
     skeldatask(90, {.rhs = &x, .sol = &y, .status = &st});
-    for (std::int64_t c = 1; c <= 2; ++c)
-      for (std::int32_t i = 1; i <= n; ++i) yp(i, c) = y(perm(i), c);
-    EXPECT_LT(max_diff(dense_times(f, yp, true), xp), 1e-10);
+    EXPECT_LT(max_diff(dense_times(f, permuted(y), true), permuted(x)), 1e-10);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/spd.hpp"
 #include "common/stop.hpp"
 #include "common/supernodal.hpp"
 #include "mmekit/skelda/forms.hpp"
@@ -224,16 +225,6 @@ TEST_F(SkeldaSolve, StatusOfTheEntries) {
 
 namespace {
 
-densem random_symmetric(std::int64_t n, unsigned seed) {
-  std::mt19937 g(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  densem d(n, 0.0);
-  for (std::int64_t i = 1; i <= n; ++i)
-    for (std::int64_t j = i; j <= n; ++j)
-      if (i == j || u(g) > 0.2) d(i, j) = d(j, i) = u(g);
-  return d;
-}
-
 std::vector<std::int64_t> selected(std::int64_t first, std::int64_t last, std::int64_t step) {
   std::vector<std::int64_t> s;
   for (std::int64_t i = first; i <= last; i += step) s.push_back(i);
@@ -244,7 +235,7 @@ std::vector<std::int64_t> selected(std::int64_t first, std::int64_t last, std::i
 
 TEST(SkeldaForms, AgreeWithDenseDefinitions) {
   const std::int32_t n = 12;
-  densem d = random_symmetric(n, 7);
+  densem d = random_spd(n, 0.8, 7);
   mmekit::sparse_ija u = upper_ija(d);
   // Row 5 without its diagonal: its place taken by a second element of a later column.
   const std::int32_t j5 = u.ja(u.ia(5) + 1);
@@ -292,7 +283,7 @@ TEST(SkeldaForms, AgreeWithDenseDefinitions) {
   EXPECT_NEAR(mmekit::skelda_bilinear_subset(u.ia, u.ja, u.a, x, y, 1, 12, 2, 12, 2), bl, 1e-12);
 
   // tr(B C_SS) for a block of order 4 picked with steps 3, 2 and 1, an element of B left out.
-  densem b = random_symmetric(4, 9);
+  densem b = random_spd(4, 0.8, 9);
   b(1, 3) = b(3, 1) = 0.0;
   const mmekit::sparse_ija ub = upper_ija(b);
   for (const auto& [first, step] : {std::pair{1, 3}, std::pair{3, 2}, std::pair{5, 2}, std::pair{2, 1}}) {
@@ -305,7 +296,7 @@ TEST(SkeldaForms, AgreeWithDenseDefinitions) {
 }
 
 TEST(SkeldaForms, SizeMismatchesStop) {
-  mmekit::sparse_ija u = upper_ija(random_symmetric(6, 3)), b2 = upper_ija(random_symmetric(2, 4));
+  mmekit::sparse_ija u = upper_ija(random_spd(6, 0.8, 3)), b2 = upper_ija(random_spd(2, 0.8, 4));
   const Array1<double> x(6, 1.0), x5(5, 1.0);
   Array1<double> y(6, 0.0), y7(7);
   // Vectors not of order n; a range not a multiple of the step; rows outside 1..n; B not of the
