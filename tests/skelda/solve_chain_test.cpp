@@ -1,11 +1,9 @@
 // The solve tasks through skeldatask from a fresh state (ordering, symbolic and numerical
-// factorisation on the way), against dense LAPACK: a random positive definite matrix in both
-// factor types and both forms of the root, and the singular mixed-model equations of the
-// generator.
+// factorisation on the way) against dense LAPACK: a random positive definite matrix, and the
+// singular mixed-model equations of the generator.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
 #include <vector>
 
 #include "common/lapack_ref.hpp"
@@ -13,9 +11,7 @@
 #include "common/spd.hpp"
 #include "common/supernodal.hpp"
 #include "mmekit/skelda/numeric.hpp"
-#include "mmekit/skelda/skelda.hpp"
 #include "mmekit/skelda/solve.hpp"
-#include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/output.hpp"
 
 using mmekit::Array1;
@@ -37,31 +33,17 @@ class SkeldaSolveChain : public ::testing::Test {
   }
 };
 
-// P'AP for the order of the state (task 12).
-densem permuted_matrix(const densem& a) {
-  const auto n = static_cast<std::int32_t>(a.order());
-  Array1<std::int32_t> perm(n), iperm(n);
-  skeldatask(12, {.perm = &perm, .iperm = &iperm});
-  densem ap(n, 0.0);
-  for (std::int32_t j = 1; j <= n; ++j)
-    for (std::int32_t i = 1; i <= n; ++i) ap(i, j) = a(perm(i), perm(j));
-  return ap;
-}
-
 }  // namespace
 
-TEST_F(SkeldaSolveChain, RandomPositiveDefiniteMatrixInBothFactorTypes) {
-  // Panel size 4 puts the root into the panel form.
-  for (const auto& [type, panel] : {std::pair{2, 256}, std::pair{1, 4}, std::pair{2, 4}}) {
-    SCOPED_TRACE(std::to_string(type) + " " + std::to_string(panel));
+TEST_F(SkeldaSolveChain, RandomPositiveDefiniteMatrix) {
+  for (std::int64_t type : {1, 2}) {
+    SCOPED_TRACE(type);
     skelda_state = mmekit::SkeldaState{};
-    mmekit::set_iparm(mmekit::kPanelSize, panel);
+    mmekit::set_iparm(mmekit::kPanelSize, 4);  // a panel-form root
     const densem a = random_spd(60, 0.08, 17);
     mmekit::sparse_ija m = upper_ija(a);
     std::int32_t n = m.n, st = -1, verbose = 2, parnum = 19, ival = 0;
-    std::int64_t ftype = type;
-    skeldatask(2, {.parnum = &parnum, .parval8 = &ftype, .status = &st});
-    ASSERT_EQ(st, 0);
+    skeldatask(2, {.parnum = &parnum, .parval8 = &type, .status = &st});
 
     // Task 50 on a fresh state runs every step; a second call reuses the factor.
     const Array2<double> x0 = random_columns(n, 3, 5);
@@ -70,54 +52,41 @@ TEST_F(SkeldaSolveChain, RandomPositiveDefiniteMatrixInBothFactorTypes) {
     skeldatask(50, {.neq = &n, .ia = &m.ia, .ja = &m.ja, .a = &m.a, .rhs = &b, .sol = &sol, .verbose = &verbose,
                     .status = &st});
     ASSERT_EQ(st, 0) << cap.text();
-    EXPECT_EQ(skelda_state.stage(), 30);
-    const mmekit::Sx2Layout l = mmekit::skelda_layout();
-    bool panel_root = false;
-    for (std::int32_t s = 1; s <= l.nsn; ++s) panel_root = panel_root || l.panel_form(s);
-    EXPECT_EQ(panel_root, panel == 4);
-    for (std::int64_t c = 1; c <= 3; ++c)
-      for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(sol(i, c), x0(i, c), 1e-9);
+    EXPECT_LT(max_diff(sol, x0), 1e-9);
     cap.clear();
     skeldatask(50, {.neq = &n, .ia = &m.ia, .ja = &m.ja, .a = &m.a, .rhs = &b, .sol = &b, .verbose = &verbose,
                     .status = &st});
-    EXPECT_EQ(st, 0);
     EXPECT_EQ(cap.text(), " SKELDATASK: task= 50 (solution)\n");
-    for (std::int64_t c = 1; c <= 3; ++c)
-      for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(b(i, c), x0(i, c), 1e-9);
+    EXPECT_LT(max_diff(b, x0), 1e-9);
 
     // Log-determinant, determinant and rank.
     double logdet = 0, det = 0;
     lapack_spd_inverse(a, &logdet);
     skeldatask(55, {.det = &det, .status = &st});
-    EXPECT_EQ(st, 0);
     EXPECT_NEAR(det, logdet, 1e-9 * std::abs(logdet));
     skeldatask(54, {.det = &det, .status = &st});
     EXPECT_NEAR(std::log(det), logdet, 1e-9 * std::abs(logdet));
     skeldatask(56, {.ival = &ival, .status = &st});
     EXPECT_EQ(ival, n);
 
-    // The products with F, the Cholesky factor of P'AP for either type, and with its transpose.
-    const densem f = lapack_cholesky(permuted_matrix(a));
+    // F x and the y with F' y = x, F the Cholesky factor of P'AP for either type.
     Array1<std::int32_t> perm(n), iperm(n);
     skeldatask(12, {.perm = &perm, .iperm = &iperm});
-    Array2<double> x = random_columns(n, 2, 8);
-    Array2<double> y;
+    densem f(n, 0.0);
+    for (std::int32_t j = 1; j <= n; ++j)
+      for (std::int32_t i = 1; i <= n; ++i) f(i, j) = a(perm(i), perm(j));
+    f = lapack_cholesky(f);
+    const auto permuted = [&](const Array2<double>& v) {
+      Array2<double> p(n, v.cols());
+      for (std::int64_t c = 1; c <= v.cols(); ++c)
+        for (std::int32_t i = 1; i <= n; ++i) p(i, c) = v(perm(i), c);
+      return p;
+    };
+    Array2<double> x = random_columns(n, 2, 8), y;
     skeldatask(100, {.rhs = &x, .sol = &y, .status = &st});
-    ASSERT_EQ(st, 0);
-    Array2<double> xp(n, 2);
-    for (std::int64_t c = 1; c <= 2; ++c)
-      for (std::int32_t i = 1; i <= n; ++i) xp(i, c) = x(perm(i), c);
-    const Array2<double> fx = dense_times(f, xp);
-    for (std::int64_t c = 1; c <= 2; ++c)
-      for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(y(perm(i), c), fx(i, c), 1e-10);
+    EXPECT_LT(max_diff(permuted(y), dense_times(f, permuted(x))), 1e-10);
     skeldatask(90, {.rhs = &x, .sol = &y, .status = &st});
-    ASSERT_EQ(st, 0);
-    for (std::int64_t c = 1; c <= 2; ++c)
-      for (std::int32_t j = 1; j <= n; ++j) {
-        double s = 0;  // (F' y_p)(j)
-        for (std::int32_t i = j; i <= n; ++i) s += f(i, j) * y(perm(i), c);
-        EXPECT_NEAR(s, x(perm(j), c), 1e-10);
-      }
+    EXPECT_LT(max_diff(dense_times(f, permuted(y), true), permuted(x)), 1e-10);
   }
 }
 
@@ -133,7 +102,6 @@ TEST_F(SkeldaSolveChain, SingularMixedModelEquations) {
   ASSERT_EQ(st, 0);
   const Array2<double> ax = dense_times(a, sol);
   for (std::int32_t i = 1; i <= n; ++i) EXPECT_NEAR(ax(i, 1), b(i, 1), 1e-8 * (1.0 + std::abs(b(i, 1)))) << i;
-
   const std::int64_t rank = lapack_rank(a);
   skeldatask(56, {.ival = &ival, .status = &st});
   EXPECT_EQ(ival, rank);
@@ -142,7 +110,6 @@ TEST_F(SkeldaSolveChain, SingularMixedModelEquations) {
   // The lost columns solve to 0; the log-determinant is that of the kept rows and columns.
   Array1<std::int32_t> flags(n);
   skeldatask(7, {.getc = &flags, .status = &st});
-  ASSERT_EQ(st, 0);
   std::vector<std::int32_t> kept;
   for (std::int32_t i = 1; i <= n; ++i) {
     if (flags(i) & 1)
@@ -150,13 +117,12 @@ TEST_F(SkeldaSolveChain, SingularMixedModelEquations) {
     else
       kept.push_back(i);
   }
-  EXPECT_EQ(static_cast<std::int64_t>(kept.size()), rank);
-  densem ak(static_cast<std::int64_t>(kept.size()), 0.0);
-  for (std::size_t j = 0; j < kept.size(); ++j)
-    for (std::size_t i = 0; i < kept.size(); ++i) ak(i + 1, j + 1) = a(kept[i], kept[j]);
+  ASSERT_EQ(static_cast<std::int64_t>(kept.size()), rank);
+  densem ak(rank, 0.0);
+  for (std::int64_t j = 0; j < rank; ++j)
+    for (std::int64_t i = 0; i < rank; ++i) ak(i + 1, j + 1) = a(kept[i], kept[j]);
   double logdet = 0, det = 0;
   lapack_spd_inverse(ak, &logdet);
   skeldatask(55, {.det = &det, .status = &st});
-  EXPECT_EQ(st, 0);
   EXPECT_NEAR(det, logdet, 1e-8 * std::abs(logdet));
 }
