@@ -156,7 +156,9 @@ fi
 # The one file under src/ of that name, or nothing.
 locate() {
   local hits
-  hits=$(awk -v name="$1" '{ n = split($0, part, "/"); if (part[n] == name) print }' "$scratch/files")
+  # A bare name matches the last part of a path; a name with a folder (skelda/solve.cpp) matches
+  # the tail of a path, for names that occur in more than one folder.
+  hits=$(awk -v name="$1" '{ n = split($0, part, "/"); if (part[n] == name || substr($0, length($0) - length(name)) == "/" name) print }' "$scratch/files")
   if [ -n "$hits" ] && [ "$(printf '%s\n' "$hits" | wc -l)" -eq 1 ]; then
     printf '%s\n' "$hits"
   fi
