@@ -170,6 +170,11 @@ std::int32_t supernodal_sx2_mf_omp_v1(const Sx2Layout& layout, const Array1<std:
   double* x = lnz.data();
   std::int64_t top = 0, nlost = 0;
   const std::int64_t p = layout.panel;
+  // The work areas a supernode holds while it is being processed: the extend-add map from the
+  // first pop on, the diagonal values from its factorisation on; both are given back when its
+  // update matrix is pushed.
+  bool extd_held = false, diag_held = false;
+  std::int32_t status = 0;
   for (const std::int32_t s : jobs) {
     const std::int64_t w = layout.width(s), m = layout.rows_below(s), base = (*layout.xlnz)(s) - 1;
     const bool panel = layout.panel_form(s);
@@ -180,6 +185,7 @@ std::int32_t supernodal_sx2_mf_omp_v1(const Sx2Layout& layout, const Array1<std:
     t_alloc += t1 - t0;
     if (v > 4) o << (panel ? "pop  panel" : "pop  norm") << free_format(s, nch[static_cast<std::size_t>(s)]) << '\n';
     // Pop the children's update matrices and add them where they belong.
+    extd_held = true;
     for (std::int32_t k = 0; k < nch[static_cast<std::size_t>(s)] && !pushed.empty(); ++k) {
       const Pushed e = pushed.back();
       pushed.pop_back();
@@ -219,7 +225,11 @@ std::int32_t supernodal_sx2_mf_omp_v1(const Sx2Layout& layout, const Array1<std:
     if (v > 4) o << (panel ? "mod  panel" : "mod  norm") << free_format(s, w, m) << '\n';
     if (panel && v > 4)
       for (std::int64_t jb = 1; jb <= nb; ++jb) o << "next/full" << free_format(jb, nb) << '\n';
-    if (!snll_factor_supernode(layout, s, x, cflag, so, blas, diag.data(), nlost)) return 8;
+    diag_held = true;
+    if (!snll_factor_supernode(layout, s, x, cflag, so, blas, diag.data(), nlost)) {
+      status = 8;
+      break;
+    }
     if (m > 0) {
       const double* b = x + base + w * w;
       if (options.variant == 2) {
@@ -244,17 +254,24 @@ std::int32_t supernodal_sx2_mf_omp_v1(const Sx2Layout& layout, const Array1<std:
       pushed.push_back({s, top, m});
       top += m * m;
     }
+    extd_held = diag_held = false;
     t_push += wall_seconds() - t3;
   }
-  rank = layout.n - nlost;
-  if (options.ldl) ldl_from_cholesky(layout, lnz, blas);
+  if (status == 0) {
+    rank = layout.n - nlost;
+    if (options.ldl) ldl_from_cholesky(layout, lnz, blas);
+  }
 
-  // An update matrix (and its row indices) left on the stack means a supernode with rows below
-  // it that no parent took: a structure that does not fit together.
+  // Work left behind: the areas of a supernode whose factorisation failed, and an update matrix
+  // (with its row indices) left on the stack, which is either a failure before its parent was
+  // reached or a supernode with rows below it that no parent took.
+  if (diag_held) o << "ERROR: Not deallocated DIAG\n";
   if (!pushed.empty()) {
     o << "ERROR: Not deallocated C\n";
     o << "ERROR: Not deallocated UIDX\n";
   }
+  if (extd_held) o << "ERROR: Not deallocated EXTD\n";
+  if (status != 0) return status;
   if (v > 2) {
     o << "Total POP(ext-add)" << free_format(t_pop) << '\n';
     o << "Total ALLOCATE" << free_format(t_alloc) << '\n';

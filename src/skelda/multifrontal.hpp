@@ -50,7 +50,9 @@ MfMemory supernodal_sx2_mf_simulate(const Sx2Layout& layout, const Array1<std::i
                                     std::int32_t verbose);
 
 // Multifrontal factorisation of the loaded `lnz` in place; `cflag`, `rank` and the status (0,
-// or 8 when DPOTRF fails) as in snll_factor. Prints the number of roots, "prep", and at the end
+// or 8 when DPOTRF fails) as in snll_factor. Prints the number of roots, "prep", what work is
+// left held at the end ("ERROR: Not deallocated DIAG", "... C", "... UIDX", "... EXTD": after a
+// failure, or on a structure whose updates are not all taken), and at the end
 // the timers and the peak at |verbose| > 2; the per-supernode trace at |verbose| > 4.
 std::int32_t supernodal_sx2_mf_omp_v1(const Sx2Layout& layout, const Array1<std::int32_t>& snparent,
                                       Array1<double>& lnz, Array1<std::int32_t>& cflag, const MfOptions& options,
