@@ -378,21 +378,22 @@ TEST(SkeldaNumeric, SimulationsAndMultifrontalMessages) {
   EXPECT_EQ(mf_job_list(4, ints({4, 3, 4, 0})), (std::vector<std::int32_t>{1, 2, 3, 4}));
   expect_stop([] { mf_job_list(3, ints({2, 1, 0})); }, "ERROR: The joblist does not capture all nodes.");
   // The trace at verbosity 5: a leaf {1} coupled to 7 only, the dense root {2..7} in two
-  // panels of 4.
-  densem g = random_spd(7, 1.0, 2);
-  for (std::int64_t j = 2; j <= 6; ++j) g(1, j) = g(j, 1) = 0;
+  // panels of 4, and a second root, the lone column 8.
+  densem g = random_spd(8, 1.0, 2);
+  for (std::int64_t j = 2; j <= 8; ++j) g(1, j) = g(j, 1) = j == 7 ? g(1, j) : 0, g(8, j - 1) = g(j - 1, 8) = 0;
   const sparse_ija pg = upper_ija(g);
-  HandFactor h = hand_structure(7, {1, 2}, {{7}, {}}, 4);
-  Array1<std::int32_t> cflag(7, 0);
+  HandFactor h = hand_structure(8, {1, 2, 8}, {{7}, {}, {}}, 4);
+  Array1<std::int32_t> cflag(8, 0);
   std::int64_t rank = 0;
-  ASSERT_EQ(load_matrix(7, pg.ia, pg.ja, pg.a, ints({1, 2, 3, 4, 5, 6, 7}), h.layout(), h.lnz, cflag), 0);
+  ASSERT_EQ(load_matrix(8, pg.ia, pg.ja, pg.a, ints({1, 2, 3, 4, 5, 6, 7, 8}), h.layout(), h.lnz, cflag), 0);
   cap.clear();
-  ASSERT_EQ(supernodal_sx2_mf_omp_v1(h.layout(), ints({2, 0}), h.lnz, cflag, {}, default_skelda_blas(), rank, 5), 0);
-  check_factor(g, h.layout(), h.lnz, cflag, 1, 7);
+  ASSERT_EQ(supernodal_sx2_mf_omp_v1(h.layout(), ints({2, 0, 0}), h.lnz, cflag, {}, default_skelda_blas(), rank, 5), 0);
+  check_factor(g, h.layout(), h.lnz, cflag, 1, 8);
   const std::string t = cap.text();
-  EXPECT_EQ(t.rfind("VARIANT 1 ********************\nThe matrix has 1 roots\nsimulation", 0), 0u) << t;
+  EXPECT_EQ(t.rfind("VARIANT 1 ********************\nThe matrix has 2 roots\nsimulation", 0), 0u) << t;
   EXPECT_NE(t.find("prep\npop  norm 1 0\nmod  norm 1 1 1\npush norm 1 1\npop  panel 2 1\n - index 1 1\n"
-                   " - U value 1\nmod  panel 2 6 0\nnext/full 1 2\nnext/full 2 2\nTotal POP(ext-add) "),
+                   " - U value 1\nmod  panel 2 6 0\nnext/full 1 2\nnext/full 2 2\npop  norm 3 0\nmod  norm 3 1 0\n"
+                   "Total POP(ext-add) "),
             std::string::npos)
       << t;
   EXPECT_NE(t.find("Total MOD panel "), std::string::npos);
