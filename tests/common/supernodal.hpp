@@ -23,41 +23,81 @@
 
 namespace mmekit::test {
 
-// A structure made by hand, put into skelda_state as numerical factorisation leaves it (stage
-// 30): `firsts` the first column of each supernode (ascending from 1), rows[s] the rows of
-// supernode s+1 below its diagonal block (ascending); lnz zero, perm the identity, cflag zero.
+// Position in lnz of element (r, c) of a factor (r >= c), 0 when the structure has no room.
+inline std::int64_t factor_position(const Sx2Layout& l, std::int32_t r, std::int32_t c) {
+  return sx2_element_position(l, (*l.snode)(c), r, c);
+}
+
+// A structure made by hand with its own arrays: `firsts` the first column of each supernode
+// (ascending from 1), rows[s] the rows of supernode s+1 below its diagonal block (ascending);
+// lnz zero.
+struct HandFactor {
+  std::int32_t n = 0, nsn = 0;
+  std::int64_t panel = 256;
+  Array1<std::int32_t> xsuper, snode, lindx;
+  Array1<std::int64_t> xlindx, xlnz;
+  Array1<double> lnz;
+
+  Sx2Layout layout() const {
+    Sx2Layout l;
+    l.n = n, l.nsn = nsn, l.panel = panel;
+    l.xsuper = &xsuper, l.snode = &snode, l.xlindx = &xlindx, l.lindx = &lindx, l.xlnz = &xlnz;
+    return l;
+  }
+};
+
+inline HandFactor hand_factor(std::int32_t n, const std::vector<std::int32_t>& firsts,
+                              const std::vector<std::vector<std::int32_t>>& rows, std::int64_t panel) {
+  HandFactor h;
+  h.n = n, h.nsn = static_cast<std::int32_t>(firsts.size()), h.panel = panel;
+  h.xsuper = Array1<std::int32_t>(h.nsn + 1);
+  h.snode = Array1<std::int32_t>(n);
+  h.xlindx = Array1<std::int64_t>(h.nsn + 1, 1);
+  h.xlnz = Array1<std::int64_t>(h.nsn + 1, 1);
+  std::vector<std::int32_t> all;
+  for (std::int32_t s = 1; s <= h.nsn; ++s) {
+    const std::int32_t next = s < h.nsn ? firsts[s] : n + 1, m = static_cast<std::int32_t>(rows[s - 1].size());
+    h.xsuper(s) = firsts[s - 1];
+    for (std::int32_t c = firsts[s - 1]; c < next; ++c) h.snode(c) = s;
+    all.insert(all.end(), rows[s - 1].begin(), rows[s - 1].end());
+    h.xlindx(s + 1) = h.xlindx(s) + m;
+    h.xlnz(s + 1) = h.xlnz(s) + sx2_size(next - firsts[s - 1], m, panel);
+  }
+  h.xsuper(h.nsn + 1) = n + 1;
+  h.lindx = Array1<std::int32_t>(static_cast<std::int64_t>(all.size()));
+  std::copy(all.begin(), all.end(), h.lindx.begin());
+  h.lnz = Array1<double>(h.xlnz(h.nsn + 1) - 1, 0.0);
+  return h;
+}
+
+// The factor of a hand-made structure as a dense lower triangle (zero outside the structure).
+inline densem read_factor(const HandFactor& h) {
+  densem l(h.n, 0.0);
+  for (std::int32_t c = 1; c <= h.n; ++c)
+    for (std::int32_t r = c; r <= h.n; ++r)
+      if (const std::int64_t p = factor_position(h.layout(), r, c); p > 0) l(r, c) = h.lnz(p);
+  return l;
+}
+
+// The same structure put into skelda_state as numerical factorisation leaves it (stage 30):
+// lnz zero, perm the identity, cflag zero.
 inline void hand_structure(std::int32_t n, const std::vector<std::int32_t>& firsts,
                            const std::vector<std::vector<std::int32_t>>& rows, std::int64_t panel) {
+  HandFactor h = hand_factor(n, firsts, rows, panel);
   SkeldaState& st = skelda_state;
   st = SkeldaState{};
   skelda_init();
-  const auto nsn = static_cast<std::int32_t>(firsts.size());
-  Array1<std::int32_t> xsuper(nsn + 1), snode(n), perm(n);
-  Array1<std::int64_t> xlindx(nsn + 1, 1), xlnz(nsn + 1, 1);
-  std::vector<std::int32_t> all;
-  for (std::int32_t s = 1; s <= nsn; ++s) {
-    const std::int32_t next = s < nsn ? firsts[s] : n + 1, m = static_cast<std::int32_t>(rows[s - 1].size());
-    xsuper(s) = firsts[s - 1];
-    for (std::int32_t c = firsts[s - 1]; c < next; ++c) snode(c) = s;
-    all.insert(all.end(), rows[s - 1].begin(), rows[s - 1].end());
-    xlindx(s + 1) = xlindx(s) + m;
-    xlnz(s + 1) = xlnz(s) + sx2_size(next - firsts[s - 1], m, panel);
-  }
-  xsuper(nsn + 1) = n + 1;
-  st.lindx = Array1<std::int32_t>(static_cast<std::int64_t>(all.size()));
-  std::copy(all.begin(), all.end(), st.lindx->begin());
+  Array1<std::int32_t> perm(n);
   std::iota(perm.begin(), perm.end(), 1);
-  st.xsuper = xsuper, st.snode = snode, st.xlindx = xlindx, st.xlnz = xlnz, st.perm = perm;
-  st.lnz = Array1<double>(xlnz(nsn + 1) - 1, 0.0);
+  st.xsuper = h.xsuper, st.snode = h.snode, st.xlindx = h.xlindx, st.lindx = h.lindx, st.xlnz = h.xlnz;
+  st.perm = perm, st.lnz = h.lnz;
   st.cflag = Array1<std::int32_t>(n, 0);
-  st.iparm(kPanelSize) = panel, st.iparm(kN) = n, st.iparm(kNsn) = nsn;
+  st.iparm(kPanelSize) = panel, st.iparm(kN) = n, st.iparm(kNsn) = h.nsn;
   st.stage() = 30;
 }
 
 // Position in lnz of element (r, c) of the factor in the state (r >= c), 0 when it has no room.
-inline std::int64_t position(std::int32_t r, std::int32_t c) {
-  return sx2_element_position(skelda_layout(), (*skelda_state.snode)(c), r, c);
-}
+inline std::int64_t position(std::int32_t r, std::int32_t c) { return factor_position(skelda_layout(), r, c); }
 
 // Stores the lower triangle of the dense factor f as the state's factor of the given type; what
 // the structure has no room for must be zero to rounding.
