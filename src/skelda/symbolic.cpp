@@ -66,6 +66,91 @@ void merge_rows(const char* name, std::span<const std::int32_t> rows, std::int64
 // ---------------------------------------------------------------------------------------------
 // Row pattern and column structures.
 
+namespace {
+
+// The strict lower triangle of the matrix under iperm, by rows: row r holds the columns c < r
+// of its entries, in the order of the matrix's rows: by_row[xrow[r]] .. by_row[xrow[r+1]-1].
+// The structure and iperm have been checked by the caller.
+void lower_rows(std::int32_t n, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,
+                const Array1<std::int32_t>& iperm, std::vector<std::int64_t>& xrow, std::vector<std::int32_t>& by_row) {
+  const auto un = static_cast<std::size_t>(n);
+  const std::int32_t* ip = iperm.data() - 1;  // ip[v] = iperm(v)
+  const std::int32_t* col = ja.data() - 1;    // col[k] = ja(k)
+  xrow.assign(un + 2, 0);
+  for (std::int32_t i = 1; i <= n; ++i) {
+    const std::int32_t a = ip[i];
+    for (std::int64_t k = ia(i), e = ia(i + 1); k < e; ++k)
+      if (col[k] != i) ++xrow[static_cast<std::size_t>(std::max(a, ip[col[k]]))];
+  }
+  // xrow[r] becomes the end of row r; the fill, backwards, moves each end back to its start.
+  std::int64_t total = 0;
+  for (std::size_t r = 1; r <= un; ++r) {
+    total += xrow[r];
+    xrow[r] = total;
+  }
+  xrow[un + 1] = total;
+  by_row.resize(static_cast<std::size_t>(total));
+  for (std::int32_t i = n; i >= 1; --i) {
+    const std::int32_t a = ip[i];
+    for (std::int64_t k = ia(i + 1) - 1, e = ia(i); k >= e; --k)
+      if (col[k] != i) {
+        const std::int32_t b = ip[col[k]];
+        by_row[static_cast<std::size_t>(--xrow[static_cast<std::size_t>(std::max(a, b))])] = std::min(a, b);
+      }
+  }
+}
+
+// Liu's elimination tree on the lower rows (every entry of row i lies below i): for each
+// column i, for each entry j of its row, climb from j by ancestors, compressing to i, until a
+// root, and make i its parent.
+void tree_of_lower_rows(std::int32_t n, const std::vector<std::int64_t>& xrow, const std::vector<std::int32_t>& by_row,
+                        Array1<std::int32_t>& parent) {
+  parent = Array1<std::int32_t>(n, 0);
+  std::int32_t* par = parent.data() - 1;
+  std::vector<std::int32_t> ancestor(static_cast<std::size_t>(n) + 1, 0);
+  for (std::int32_t i = 1; i <= n; ++i) {
+    for (std::int64_t k = xrow[static_cast<std::size_t>(i)], e = xrow[static_cast<std::size_t>(i) + 1]; k < e; ++k) {
+      std::int32_t j = by_row[static_cast<std::size_t>(k)];
+      while (true) {
+        const std::int32_t next = ancestor[static_cast<std::size_t>(j)];
+        if (next == i) break;
+        ancestor[static_cast<std::size_t>(j)] = i;
+        if (next == 0) {
+          par[j] = i;
+          break;
+        }
+        j = next;
+      }
+    }
+  }
+}
+
+// The rows by columns: taking the rows in ascending order leaves every column's rows sorted.
+void columns_of_lower_rows(std::int32_t n, const std::vector<std::int64_t>& xrow,
+                           const std::vector<std::int32_t>& by_row, Array1<std::int64_t>& xlow,
+                           Array1<std::int32_t>& low) {
+  const auto un = static_cast<std::size_t>(n);
+  const auto total = static_cast<std::int64_t>(by_row.size());
+  xlow = Array1<std::int64_t>(static_cast<std::int64_t>(n) + 1, 0);
+  std::int64_t* x = xlow.data() - 1;  // x[c] = xlow(c)
+  for (std::int32_t c : by_row) ++x[c];
+  std::int64_t start = 1;
+  for (std::int32_t c = 1; c <= n; ++c) {
+    const std::int64_t k = x[c];
+    x[c] = start;
+    start += k;
+  }
+  x[n + 1] = start;
+  low = Array1<std::int32_t>(std::max<std::int64_t>(total, 1), 0);
+  std::int32_t* out = low.data() - 1;
+  std::vector<std::int64_t> fill(x + 1, x + n + 1);  // fill[c-1]: next place in column c
+  for (std::size_t r = 1; r <= un; ++r)
+    for (std::int64_t k = xrow[r]; k < xrow[r + 1]; ++k)
+      out[fill[static_cast<std::size_t>(by_row[static_cast<std::size_t>(k)] - 1)]++] = static_cast<std::int32_t>(r);
+}
+
+}  // namespace
+
 void lower_pattern(std::int32_t n, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,
                    const Array1<std::int32_t>& iperm, Array1<std::int64_t>& xlow, Array1<std::int32_t>& low) {
   require_row_structure("lower_pattern", n, span_of(ia), span_of(ja));
@@ -73,45 +158,10 @@ void lower_pattern(std::int32_t n, const Array1<std::int32_t>& ia, const Array1<
   for (std::int32_t v = 1; v <= n; ++v)
     if (iperm(v) < 1 || iperm(v) > n)
       stop("lower_pattern: iperm(" + std::to_string(v) + ") = " + std::to_string(iperm(v)) + " is outside 1.." + std::to_string(n));
-  // First by the larger number (the row), then transposed to columns: taking the rows in
-  // ascending order leaves every column's rows sorted.
-  const auto un = static_cast<std::size_t>(n);
-  std::vector<std::int64_t> xrow(un + 2, 0);
-  for (std::int32_t i = 1; i <= n; ++i)
-    for (std::int64_t k = ia(i); k < ia(i + 1); ++k)
-      if (ja(k) != i) ++xrow[static_cast<std::size_t>(std::max(iperm(i), iperm(ja(k))))];
-  std::int64_t total = 0;
-  for (std::size_t r = 1; r <= un; ++r) {
-    const std::int64_t c = xrow[r];
-    xrow[r] = total;
-    total += c;
-  }
-  xrow[un + 1] = total;
-  std::vector<std::int32_t> by_row(static_cast<std::size_t>(total));
-  {
-    std::vector<std::int64_t> fill(xrow.begin(), xrow.end());
-    for (std::int32_t i = 1; i <= n; ++i)
-      for (std::int64_t k = ia(i); k < ia(i + 1); ++k)
-        if (ja(k) != i) {
-          const std::int32_t a = iperm(i), b = iperm(ja(k));
-          by_row[static_cast<std::size_t>(fill[static_cast<std::size_t>(std::max(a, b))]++)] = std::min(a, b);
-        }
-  }
-  xlow = Array1<std::int64_t>(static_cast<std::int64_t>(n) + 1, 0);
-  for (std::int32_t c : by_row) ++xlow(c);
-  std::int64_t start = 1;
-  for (std::int32_t c = 1; c <= n; ++c) {
-    const std::int64_t k = xlow(c);
-    xlow(c) = start;
-    start += k;
-  }
-  xlow(static_cast<std::int64_t>(n) + 1) = start;
-  low = Array1<std::int32_t>(std::max<std::int64_t>(total, 1), 0);
-  std::vector<std::int64_t> fill(un + 1);
-  for (std::int32_t c = 1; c <= n; ++c) fill[static_cast<std::size_t>(c)] = xlow(c);
-  for (std::size_t r = 1; r <= un; ++r)
-    for (std::int64_t k = xrow[r]; k < xrow[r + 1]; ++k)
-      low(fill[static_cast<std::size_t>(by_row[static_cast<std::size_t>(k)])]++) = static_cast<std::int32_t>(r);
+  std::vector<std::int64_t> xrow;
+  std::vector<std::int32_t> by_row;
+  lower_rows(n, ia, ja, iperm, xrow, by_row);
+  columns_of_lower_rows(n, xrow, by_row, xlow, low);
 }
 
 void column_structures(std::int32_t n, const Array1<std::int64_t>& xlow, const Array1<std::int32_t>& low,
@@ -369,9 +419,13 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
     // The tree and its postorder once more: a caller's permutation arrives unpostordered.
     Array1<std::int32_t> perm(*S.perm), iperm(*S.iperm), parent;
     {
-      Array1<std::int32_t> xadj, adj, post;
-      permuted_graph(n, ia, ja, iperm, xadj, adj);
-      elimination_tree(n, xadj, adj, parent);
+      // The tree reads only the neighbours below each node: the graph is kept as its lower
+      // rows.
+      std::vector<std::int64_t> xrow;
+      std::vector<std::int32_t> by_row;
+      Array1<std::int32_t> post;
+      lower_rows(n, ia, ja, iperm, xrow, by_row);
+      tree_of_lower_rows(n, xrow, by_row, parent);
       tree_postorder(n, parent, post);
       compose_postorder(n, parent, post, perm, iperm);
     }
@@ -379,7 +433,13 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
     {
       Array1<std::int64_t> xlow;
       Array1<std::int32_t> low;
-      lower_pattern(n, ia, ja, iperm, xlow, low);
+      {
+        // The row pattern under the final permutation.
+        std::vector<std::int64_t> xrow;
+        std::vector<std::int32_t> by_row;
+        lower_rows(n, ia, ja, iperm, xrow, by_row);
+        columns_of_lower_rows(n, xrow, by_row, xlow, low);
+      }
       column_structures(n, xlow, low, parent, cs);
     }
     std::int32_t nsn = 0;
