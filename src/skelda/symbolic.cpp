@@ -418,28 +418,26 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
   try {
     // The tree and its postorder once more: a caller's permutation arrives unpostordered.
     Array1<std::int32_t> perm(*S.perm), iperm(*S.iperm), parent;
-    {
-      // The tree reads only the neighbours below each node: the graph is kept as its lower
-      // rows.
-      std::vector<std::int64_t> xrow;
-      std::vector<std::int32_t> by_row;
-      Array1<std::int32_t> post;
-      lower_rows(n, ia, ja, iperm, xrow, by_row);
-      tree_of_lower_rows(n, xrow, by_row, parent);
-      tree_postorder(n, parent, post);
-      compose_postorder(n, parent, post, perm, iperm);
-    }
     ColumnStructures cs;
     {
+      // The tree reads only the neighbours below each node: the graph is kept as its lower
+      // rows. The row pattern under the final permutation has the same size and takes over
+      // the same arrays.
+      std::vector<std::int64_t> xrow;
+      std::vector<std::int32_t> by_row;
+      {
+        Array1<std::int32_t> post;
+        lower_rows(n, ia, ja, iperm, xrow, by_row);
+        tree_of_lower_rows(n, xrow, by_row, parent);
+        tree_postorder(n, parent, post);
+        compose_postorder(n, parent, post, perm, iperm);
+      }
       Array1<std::int64_t> xlow;
       Array1<std::int32_t> low;
-      {
-        // The row pattern under the final permutation.
-        std::vector<std::int64_t> xrow;
-        std::vector<std::int32_t> by_row;
-        lower_rows(n, ia, ja, iperm, xrow, by_row);
-        columns_of_lower_rows(n, xrow, by_row, xlow, low);
-      }
+      lower_rows(n, ia, ja, iperm, xrow, by_row);
+      columns_of_lower_rows(n, xrow, by_row, xlow, low);
+      std::vector<std::int64_t>().swap(xrow);
+      std::vector<std::int32_t>().swap(by_row);
       column_structures(n, xlow, low, parent, cs);
     }
     std::int32_t nsn = 0;
@@ -527,17 +525,20 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
     // The row lists and the storage map. The rows below a piece [c, d] of a whole supernode
     // ending at e are d+1..e and the rows below e.
     Array1<std::int64_t> xlindx(static_cast<std::int64_t>(nsn) + 1, 1), xlnz(static_cast<std::int64_t>(nsn) + 1, 1);
-    Array1<std::int32_t> lindx(lindx_size, 0);
+    // lindx is appended to, not zeroed first: every entry is written once.
+    Array1<std::int32_t> lindx;
+    std::vector<std::int32_t>& rows = lindx.vec();
+    rows.reserve(static_cast<std::size_t>(lindx_size));
     snode = Array1<std::int32_t>(n, 0);
     std::int32_t t = 1;
     for (std::int32_t s = 1; s <= nsn; ++s) {
       const std::int32_t c = xsuper(s), d = xsuper(s + 1) - 1;
       while (whole(t + 1) <= c) ++t;
       const std::int32_t e = whole(t + 1) - 1;
-      std::int64_t at = xlindx(s);
-      for (std::int32_t r = d + 1; r <= e; ++r) lindx(at++) = r;
+      for (std::int32_t r = d + 1; r <= e; ++r) rows.push_back(r);
       const std::span<const std::int32_t> below = cs.column(e);
-      for (std::size_t k = 1; k < below.size(); ++k) lindx(at++) = below[k];
+      if (below.size() > 1) rows.insert(rows.end(), below.begin() + 1, below.end());
+      const std::int64_t at = static_cast<std::int64_t>(rows.size()) + 1;
       xlindx(s + 1) = at;
       const std::int64_t size = sx2_size(d - c + 1, at - xlindx(s), panel);
       if (size < 0 || __builtin_add_overflow(xlnz(s), size, &xlnz(s + 1))) {
