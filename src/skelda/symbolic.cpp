@@ -257,6 +257,21 @@ void supernode_parents(const Array1<std::int32_t>& parent, std::int32_t nsn, con
   snparent = Array1<std::int32_t>(nsn, 0);
   const std::int64_t n = nsn > 0 ? xsuper(nsn + 1) - 1 : 0;
   if (parent.size() < n) stop("supernode_parents: parent holds fewer than n = " + std::to_string(n) + " entries");
+  // A partition of 1..n (the usual case) gives each column its supernode directly; the
+  // supernode of p then is the one the search below would find.
+  bool partition = nsn > 0 && xsuper(1) == 1;
+  for (std::int32_t s = 1; partition && s <= nsn; ++s) partition = xsuper(s) < xsuper(s + 1);
+  if (partition) {
+    std::vector<std::int32_t> owner(static_cast<std::size_t>(n) + 1, 0);
+    for (std::int32_t s = 1; s <= nsn; ++s)
+      for (std::int32_t c = xsuper(s); c < xsuper(s + 1); ++c) owner[static_cast<std::size_t>(c)] = s;
+    for (std::int32_t s = 1; s <= nsn; ++s) {
+      const std::int32_t last = xsuper(s + 1) - 1;
+      const std::int32_t p = parent(last);
+      if (has_parent(p, last, n)) snparent(s) = owner[static_cast<std::size_t>(p)];
+    }
+    return;
+  }
   for (std::int32_t s = 1; s <= nsn; ++s) {
     const std::int32_t last = xsuper(s + 1) - 1;
     const std::int32_t p = parent(last);
