@@ -436,20 +436,23 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
     ColumnStructures cs;
     {
       // The tree reads only the neighbours below each node: the graph is kept as its lower
-      // rows. The row pattern under the final permutation has the same size and takes over
-      // the same arrays.
+      // rows. They are the row pattern under the final permutation as well when the postorder
+      // leaves the numbering as it is (always after the ordering step); otherwise the row
+      // pattern is built again under the new numbering, into the same arrays.
       std::vector<std::int64_t> xrow;
       std::vector<std::int32_t> by_row;
+      bool renumbered = false;
       {
         Array1<std::int32_t> post;
         lower_rows(n, ia, ja, iperm, xrow, by_row);
         tree_of_lower_rows(n, xrow, by_row, parent);
         tree_postorder(n, parent, post);
+        for (std::int32_t k = 1; k <= n && !renumbered; ++k) renumbered = post(k) != k;
         compose_postorder(n, parent, post, perm, iperm);
       }
       Array1<std::int64_t> xlow;
       Array1<std::int32_t> low;
-      lower_rows(n, ia, ja, iperm, xrow, by_row);
+      if (renumbered) lower_rows(n, ia, ja, iperm, xrow, by_row);
       columns_of_lower_rows(n, xrow, by_row, xlow, low);
       std::vector<std::int64_t>().swap(xrow);
       std::vector<std::int32_t>().swap(by_row);
