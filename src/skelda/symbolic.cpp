@@ -66,6 +66,91 @@ void merge_rows(const char* name, std::span<const std::int32_t> rows, std::int64
 // ---------------------------------------------------------------------------------------------
 // Row pattern and column structures.
 
+namespace {
+
+// The strict lower triangle of the matrix under iperm, by rows: row r holds the columns c < r
+// of its entries, in the order of the matrix's rows: by_row[xrow[r]] .. by_row[xrow[r+1]-1].
+// The structure and iperm have been checked by the caller.
+void lower_rows(std::int32_t n, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,
+                const Array1<std::int32_t>& iperm, std::vector<std::int64_t>& xrow, std::vector<std::int32_t>& by_row) {
+  const auto un = static_cast<std::size_t>(n);
+  const std::int32_t* ip = iperm.data() - 1;  // ip[v] = iperm(v)
+  const std::int32_t* col = ja.data() - 1;    // col[k] = ja(k)
+  xrow.assign(un + 2, 0);
+  for (std::int32_t i = 1; i <= n; ++i) {
+    const std::int32_t a = ip[i];
+    for (std::int64_t k = ia(i), e = ia(i + 1); k < e; ++k)
+      if (col[k] != i) ++xrow[static_cast<std::size_t>(std::max(a, ip[col[k]]))];
+  }
+  // xrow[r] becomes the end of row r; the fill, backwards, moves each end back to its start.
+  std::int64_t total = 0;
+  for (std::size_t r = 1; r <= un; ++r) {
+    total += xrow[r];
+    xrow[r] = total;
+  }
+  xrow[un + 1] = total;
+  by_row.resize(static_cast<std::size_t>(total));
+  for (std::int32_t i = n; i >= 1; --i) {
+    const std::int32_t a = ip[i];
+    for (std::int64_t k = ia(i + 1) - 1, e = ia(i); k >= e; --k)
+      if (col[k] != i) {
+        const std::int32_t b = ip[col[k]];
+        by_row[static_cast<std::size_t>(--xrow[static_cast<std::size_t>(std::max(a, b))])] = std::min(a, b);
+      }
+  }
+}
+
+// Liu's elimination tree on the lower rows (every entry of row i lies below i): for each
+// column i, for each entry j of its row, climb from j by ancestors, compressing to i, until a
+// root, and make i its parent.
+void tree_of_lower_rows(std::int32_t n, const std::vector<std::int64_t>& xrow, const std::vector<std::int32_t>& by_row,
+                        Array1<std::int32_t>& parent) {
+  parent = Array1<std::int32_t>(n, 0);
+  std::int32_t* par = parent.data() - 1;
+  std::vector<std::int32_t> ancestor(static_cast<std::size_t>(n) + 1, 0);
+  for (std::int32_t i = 1; i <= n; ++i) {
+    for (std::int64_t k = xrow[static_cast<std::size_t>(i)], e = xrow[static_cast<std::size_t>(i) + 1]; k < e; ++k) {
+      std::int32_t j = by_row[static_cast<std::size_t>(k)];
+      while (true) {
+        const std::int32_t next = ancestor[static_cast<std::size_t>(j)];
+        if (next == i) break;
+        ancestor[static_cast<std::size_t>(j)] = i;
+        if (next == 0) {
+          par[j] = i;
+          break;
+        }
+        j = next;
+      }
+    }
+  }
+}
+
+// The rows by columns: taking the rows in ascending order leaves every column's rows sorted.
+void columns_of_lower_rows(std::int32_t n, const std::vector<std::int64_t>& xrow,
+                           const std::vector<std::int32_t>& by_row, Array1<std::int64_t>& xlow,
+                           Array1<std::int32_t>& low) {
+  const auto un = static_cast<std::size_t>(n);
+  const auto total = static_cast<std::int64_t>(by_row.size());
+  xlow = Array1<std::int64_t>(static_cast<std::int64_t>(n) + 1, 0);
+  std::int64_t* x = xlow.data() - 1;  // x[c] = xlow(c)
+  for (std::int32_t c : by_row) ++x[c];
+  std::int64_t start = 1;
+  for (std::int32_t c = 1; c <= n; ++c) {
+    const std::int64_t k = x[c];
+    x[c] = start;
+    start += k;
+  }
+  x[n + 1] = start;
+  low = Array1<std::int32_t>(std::max<std::int64_t>(total, 1), 0);
+  std::int32_t* out = low.data() - 1;
+  std::vector<std::int64_t> fill(x + 1, x + n + 1);  // fill[c-1]: next place in column c
+  for (std::size_t r = 1; r <= un; ++r)
+    for (std::int64_t k = xrow[r]; k < xrow[r + 1]; ++k)
+      out[fill[static_cast<std::size_t>(by_row[static_cast<std::size_t>(k)] - 1)]++] = static_cast<std::int32_t>(r);
+}
+
+}  // namespace
+
 void lower_pattern(std::int32_t n, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,
                    const Array1<std::int32_t>& iperm, Array1<std::int64_t>& xlow, Array1<std::int32_t>& low) {
   require_row_structure("lower_pattern", n, span_of(ia), span_of(ja));
@@ -73,45 +158,10 @@ void lower_pattern(std::int32_t n, const Array1<std::int32_t>& ia, const Array1<
   for (std::int32_t v = 1; v <= n; ++v)
     if (iperm(v) < 1 || iperm(v) > n)
       stop("lower_pattern: iperm(" + std::to_string(v) + ") = " + std::to_string(iperm(v)) + " is outside 1.." + std::to_string(n));
-  // First by the larger number (the row), then transposed to columns: taking the rows in
-  // ascending order leaves every column's rows sorted.
-  const auto un = static_cast<std::size_t>(n);
-  std::vector<std::int64_t> xrow(un + 2, 0);
-  for (std::int32_t i = 1; i <= n; ++i)
-    for (std::int64_t k = ia(i); k < ia(i + 1); ++k)
-      if (ja(k) != i) ++xrow[static_cast<std::size_t>(std::max(iperm(i), iperm(ja(k))))];
-  std::int64_t total = 0;
-  for (std::size_t r = 1; r <= un; ++r) {
-    const std::int64_t c = xrow[r];
-    xrow[r] = total;
-    total += c;
-  }
-  xrow[un + 1] = total;
-  std::vector<std::int32_t> by_row(static_cast<std::size_t>(total));
-  {
-    std::vector<std::int64_t> fill(xrow.begin(), xrow.end());
-    for (std::int32_t i = 1; i <= n; ++i)
-      for (std::int64_t k = ia(i); k < ia(i + 1); ++k)
-        if (ja(k) != i) {
-          const std::int32_t a = iperm(i), b = iperm(ja(k));
-          by_row[static_cast<std::size_t>(fill[static_cast<std::size_t>(std::max(a, b))]++)] = std::min(a, b);
-        }
-  }
-  xlow = Array1<std::int64_t>(static_cast<std::int64_t>(n) + 1, 0);
-  for (std::int32_t c : by_row) ++xlow(c);
-  std::int64_t start = 1;
-  for (std::int32_t c = 1; c <= n; ++c) {
-    const std::int64_t k = xlow(c);
-    xlow(c) = start;
-    start += k;
-  }
-  xlow(static_cast<std::int64_t>(n) + 1) = start;
-  low = Array1<std::int32_t>(std::max<std::int64_t>(total, 1), 0);
-  std::vector<std::int64_t> fill(un + 1);
-  for (std::int32_t c = 1; c <= n; ++c) fill[static_cast<std::size_t>(c)] = xlow(c);
-  for (std::size_t r = 1; r <= un; ++r)
-    for (std::int64_t k = xrow[r]; k < xrow[r + 1]; ++k)
-      low(fill[static_cast<std::size_t>(by_row[static_cast<std::size_t>(k)])]++) = static_cast<std::int32_t>(r);
+  std::vector<std::int64_t> xrow;
+  std::vector<std::int32_t> by_row;
+  lower_rows(n, ia, ja, iperm, xrow, by_row);
+  columns_of_lower_rows(n, xrow, by_row, xlow, low);
 }
 
 void column_structures(std::int32_t n, const Array1<std::int64_t>& xlow, const Array1<std::int32_t>& low,
@@ -207,6 +257,21 @@ void supernode_parents(const Array1<std::int32_t>& parent, std::int32_t nsn, con
   snparent = Array1<std::int32_t>(nsn, 0);
   const std::int64_t n = nsn > 0 ? xsuper(nsn + 1) - 1 : 0;
   if (parent.size() < n) stop("supernode_parents: parent holds fewer than n = " + std::to_string(n) + " entries");
+  // A partition of 1..n (the usual case) gives each column its supernode directly; the
+  // supernode of p then is the one the search below would find.
+  bool partition = nsn > 0 && xsuper(1) == 1;
+  for (std::int32_t s = 1; partition && s <= nsn; ++s) partition = xsuper(s) < xsuper(s + 1);
+  if (partition) {
+    std::vector<std::int32_t> owner(static_cast<std::size_t>(n) + 1, 0);
+    for (std::int32_t s = 1; s <= nsn; ++s)
+      for (std::int32_t c = xsuper(s); c < xsuper(s + 1); ++c) owner[static_cast<std::size_t>(c)] = s;
+    for (std::int32_t s = 1; s <= nsn; ++s) {
+      const std::int32_t last = xsuper(s + 1) - 1;
+      const std::int32_t p = parent(last);
+      if (has_parent(p, last, n)) snparent(s) = owner[static_cast<std::size_t>(p)];
+    }
+    return;
+  }
   for (std::int32_t s = 1; s <= nsn; ++s) {
     const std::int32_t last = xsuper(s + 1) - 1;
     const std::int32_t p = parent(last);
@@ -368,18 +433,29 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
   try {
     // The tree and its postorder once more: a caller's permutation arrives unpostordered.
     Array1<std::int32_t> perm(*S.perm), iperm(*S.iperm), parent;
-    {
-      Array1<std::int32_t> xadj, adj, post;
-      permuted_graph(n, ia, ja, iperm, xadj, adj);
-      elimination_tree(n, xadj, adj, parent);
-      tree_postorder(n, parent, post);
-      compose_postorder(n, parent, post, perm, iperm);
-    }
     ColumnStructures cs;
     {
+      // The tree reads only the neighbours below each node: the graph is kept as its lower
+      // rows. They are the row pattern under the final permutation as well when the postorder
+      // leaves the numbering as it is (always after the ordering step); otherwise the row
+      // pattern is built again under the new numbering, into the same arrays.
+      std::vector<std::int64_t> xrow;
+      std::vector<std::int32_t> by_row;
+      bool renumbered = false;
+      {
+        Array1<std::int32_t> post;
+        lower_rows(n, ia, ja, iperm, xrow, by_row);
+        tree_of_lower_rows(n, xrow, by_row, parent);
+        tree_postorder(n, parent, post);
+        for (std::int32_t k = 1; k <= n && !renumbered; ++k) renumbered = post(k) != k;
+        compose_postorder(n, parent, post, perm, iperm);
+      }
       Array1<std::int64_t> xlow;
       Array1<std::int32_t> low;
-      lower_pattern(n, ia, ja, iperm, xlow, low);
+      if (renumbered) lower_rows(n, ia, ja, iperm, xrow, by_row);
+      columns_of_lower_rows(n, xrow, by_row, xlow, low);
+      std::vector<std::int64_t>().swap(xrow);
+      std::vector<std::int32_t>().swap(by_row);
       column_structures(n, xlow, low, parent, cs);
     }
     std::int32_t nsn = 0;
@@ -467,17 +543,20 @@ void skelda_symfac(std::int32_t neq, const Array1<std::int32_t>& ia, const Array
     // The row lists and the storage map. The rows below a piece [c, d] of a whole supernode
     // ending at e are d+1..e and the rows below e.
     Array1<std::int64_t> xlindx(static_cast<std::int64_t>(nsn) + 1, 1), xlnz(static_cast<std::int64_t>(nsn) + 1, 1);
-    Array1<std::int32_t> lindx(lindx_size, 0);
+    // lindx is appended to, not zeroed first: every entry is written once.
+    Array1<std::int32_t> lindx;
+    std::vector<std::int32_t>& rows = lindx.vec();
+    rows.reserve(static_cast<std::size_t>(lindx_size));
     snode = Array1<std::int32_t>(n, 0);
     std::int32_t t = 1;
     for (std::int32_t s = 1; s <= nsn; ++s) {
       const std::int32_t c = xsuper(s), d = xsuper(s + 1) - 1;
       while (whole(t + 1) <= c) ++t;
       const std::int32_t e = whole(t + 1) - 1;
-      std::int64_t at = xlindx(s);
-      for (std::int32_t r = d + 1; r <= e; ++r) lindx(at++) = r;
+      for (std::int32_t r = d + 1; r <= e; ++r) rows.push_back(r);
       const std::span<const std::int32_t> below = cs.column(e);
-      for (std::size_t k = 1; k < below.size(); ++k) lindx(at++) = below[k];
+      if (below.size() > 1) rows.insert(rows.end(), below.begin() + 1, below.end());
+      const std::int64_t at = static_cast<std::int64_t>(rows.size()) + 1;
       xlindx(s + 1) = at;
       const std::int64_t size = sx2_size(d - c + 1, at - xlindx(s), panel);
       if (size < 0 || __builtin_add_overflow(xlnz(s), size, &xlnz(s + 1))) {
