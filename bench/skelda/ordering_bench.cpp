@@ -214,8 +214,11 @@ std::vector<Method> methods() {
     m.push_back({"skelda METIS dense last", [a](const Graph& g, Perm& o) { ours(g, o, 0, a); }, metis_peer});
   m.push_back({"skelda QAMD dense last", [a](const Graph& g, Perm& o) { ours(g, o, 2, a); }, amd_peer});
   m.push_back({"skelda AMF dense last", [a](const Graph& g, Perm& o) { ours(g, o, 3, a); }, amd_peer});
-  m.push_back({"skelda MMD dense last", [a](const Graph& g, Perm& o) { ours(g, o, 4, a); }, amd_peer});
+  // MMD sets aside more rows (its own alpha, as the ordering step and TORVEX do).
+  const double a_mmd = mmekit::kDenseRowAlphaMmd;
+  m.push_back({"skelda MMD dense last", [a_mmd](const Graph& g, Perm& o) { ours(g, o, 4, a_mmd); }, amd_peer});
   m.push_back({"skelda step AMD dense last", [](const Graph& g, Perm& o) { ours_step(g, o, 1, true); }, amd_peer});
+  m.push_back({"skelda step MMD dense last", [](const Graph& g, Perm& o) { ours_step(g, o, 4, true); }, amd_peer});
   m.push_back({"TORVEX MMD dense last", [](const Graph& g, Perm& o) { torvex_order(g, o, true); }, amd_peer});
   // MMEKIT_BENCH_ALPHAS (e.g. "2,5,10,20,40"): our AMD and MMD with the dense-row rule at each
   // of these alphas, for the choice of the default.

@@ -271,7 +271,11 @@ void skelda_order(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1
       for (std::int32_t k = 1; k <= neq; ++k) iperm(perm(k)) = k;
     } else if (s.switches.dense_rows_last) {
       if (loud) out() << "   Ordering = " << name << "\n";
-      order_dense_rows_last(neq, xadj, adj, dense_row_threshold(neq), method, perm, iperm);
+      // MMD's exact degrees make it slow next to rows of a few hundred entries: it sets aside
+      // more of them (see kDenseRowAlphaMmd).
+      order_dense_rows_last(neq, xadj, adj,
+                            dense_row_threshold(neq, ordering == 4 ? kDenseRowAlphaMmd : kDenseRowAlpha),
+                            method, perm, iperm);
     } else {
       if (loud) out() << "   Ordering = " << name << "\n";
       method(neq, xadj, adj, perm, iperm);

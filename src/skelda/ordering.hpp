@@ -57,6 +57,24 @@ bool skelda_have_metis();
 // Below 2 the fill grows on the smaller system; above it the time grows (the rows of a few
 // thousand entries, popular sires, stay in the graph) for at most 0.2 % less fill.
 inline constexpr double kDenseRowAlpha = 2.0;
+//
+// Multiple minimum degree (method 4 and TORVEX's ordering) uses alpha = 0.7. Its degrees are
+// exact: every elimination next to a row of a few hundred entries (a popular sire) rescans
+// all the elements that row belongs to, and at alpha = 2 those rows made the method 1.8 to 5
+// times slower than the peer. Measured as above, fill and CPU time of MMD against the peer:
+//
+//   alpha   51,033 equations   302,233 equations   1,000,400 equations
+//     0.3                                                         +0.88 %  0.29 x
+//     0.35   +3.02 %  0.18 x    +57.3 %   0.34 x
+//     0.5    +2.19 %  0.29 x     -2.24 %  1.02 x      +0.17 %  0.34 x
+//     0.7    +1.66 %  0.67 x     -3.73 %  1.44 x      -0.05 %  0.48 x
+//     1      +0.37 %  1.52 x     -3.73 %  2.41 x      -0.06 %  0.68 x
+//     2      +0.22 %  2.46 x     -3.19 %  3.33 x      -0.09 %  1.77 x
+//
+// At alpha 0.7 the rows above 158, 384 and 700 entries are set aside. Lower is faster, but the
+// fill can grow fast: at 0.35 (rows above 192 entries) by more than half on the
+// 302,233-equation system, while 0.5 (above 274) still gave 2.2 % less than the peer there.
+inline constexpr double kDenseRowAlphaMmd = 0.7;
 std::int64_t dense_row_threshold(std::int64_t n, double alpha = kDenseRowAlpha);
 
 // A graph (1-based full adjacency, xadj(1) = 1) split into its dense rows and the rest. The

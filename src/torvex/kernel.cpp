@@ -231,7 +231,7 @@ void ordering(std::int32_t n, const std::int32_t* ia, const std::int32_t* ja, st
     // The subscript count is then that of the reduced graph plus the dense rows' own block; no
     // later stage sizes anything by it.
     const std::int64_t dense = order_dense_rows_last(
-        n, xadj, adjncy, dense_row_threshold(n),
+        n, xadj, adjncy, dense_row_threshold(n, kDenseRowAlphaMmd),
         [&](std::int32_t rn, Array1<std::int32_t>& x, Array1<std::int32_t>& a, Array1<std::int32_t>& p,
             Array1<std::int32_t>& ip) {
           p.resize(rn);

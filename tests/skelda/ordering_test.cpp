@@ -251,6 +251,10 @@ TEST(DenseRows, ThresholdSplitAndArrowMatrix) {
   EXPECT_EQ(mmekit::dense_row_threshold(10000), 200);
   EXPECT_EQ(mmekit::dense_row_threshold(1000000, 2.0), 2000);
   EXPECT_EQ(mmekit::dense_row_threshold(90000, 0.05), 16);
+  // MMD's rule: 0.7 sqrt(n), truncated (22.1 at n = 1000), at least 16 (0.7 sqrt(500) = 15.7).
+  EXPECT_EQ(mmekit::dense_row_threshold(1000000, mmekit::kDenseRowAlphaMmd), 700);
+  EXPECT_EQ(mmekit::dense_row_threshold(1000, mmekit::kDenseRowAlphaMmd), 22);
+  EXPECT_EQ(mmekit::dense_row_threshold(500, mmekit::kDenseRowAlphaMmd), 16);
 
   // Arrow matrix: node 1 joined to all 39 others, which form a path 2-3-...-40. Only the hub
   // is above the threshold of 16.
@@ -316,13 +320,21 @@ TEST(DenseRows, SwitchOfTheOrderingStep) {
   const Pattern p = mme(400, 5), grid = grid2d(20, 15);
   Array1<std::int32_t> xadj, adj;
   mmekit::full_graph(p.n, p.ia, p.ja, xadj, adj);
-  std::set<std::int32_t> dense;
-  for (std::int32_t i = 1; i <= p.n; ++i)
-    if (xadj(i + 1) - xadj(i) > mmekit::dense_row_threshold(p.n)) dense.insert(i);
-  ASSERT_FALSE(dense.empty());
-  ASSERT_LT(static_cast<std::int32_t>(dense.size()), p.n / 10);
+  // MMD sets aside the rows above max(16, 0.7 sqrt(n)), the other methods those above
+  // max(16, 2 sqrt(n)).
+  auto dense_rows = [&](double alpha) {
+    std::set<std::int32_t> d;
+    for (std::int32_t i = 1; i <= p.n; ++i)
+      if (xadj(i + 1) - xadj(i) > mmekit::dense_row_threshold(p.n, alpha)) d.insert(i);
+    return d;
+  };
+  const std::set<std::int32_t> dense_amd = dense_rows(2.0), dense_mmd = dense_rows(0.7);
+  ASSERT_FALSE(dense_amd.empty());
+  ASSERT_GT(dense_mmd.size(), dense_amd.size());
+  ASSERT_LT(static_cast<std::int32_t>(dense_mmd.size()), p.n / 10);
   mmekit::skelda_init();
   for (std::int32_t method : {0, 1, 2, 3, 4}) {
+    const std::set<std::int32_t>& dense = method == 4 ? dense_mmd : dense_amd;
     s.switches.dense_rows_last = false;
     const Array1<std::int32_t> off = step(p, method), grid_off = step(grid, method);
     s.switches.dense_rows_last = true;

@@ -228,7 +228,7 @@ TEST(TorvexDriver, DenseRowsLastSwitch) {
   full_graph(m.n, m.ia, m.ja, xadj, adj);
   std::vector<std::int32_t> dense;
   for (std::int32_t i = 1; i <= m.n; ++i)
-    if (xadj(i + 1) - xadj(i) > dense_row_threshold(m.n)) dense.push_back(i);
+    if (xadj(i + 1) - xadj(i) > dense_row_threshold(m.n, 0.7)) dense.push_back(i);  // MMD's rule
   ASSERT_FALSE(dense.empty());
   Vec rhs(m.n), x_off, x_on;
   for (std::int32_t i = 1; i <= m.n; ++i) rhs(i) = std::sin(0.1 * i);
