@@ -36,9 +36,11 @@ class SkeldaSolveChain : public ::testing::Test {
 }  // namespace
 
 TEST_F(SkeldaSolveChain, RandomPositiveDefiniteMatrix) {
-  for (std::int64_t type : {1, 2}) {
-    SCOPED_TRACE(type);
+  for (const int run : {1, 2, 3}) {  // Cholesky, LDL, LDL on merged supernodes
+    SCOPED_TRACE(run);
+    std::int64_t type = run == 1 ? 1 : 2;
     skelda_state = mmekit::SkeldaState{};
+    skelda_state.switches.relaxed_amalgamation = run == 3;
     mmekit::set_iparm(mmekit::kPanelSize, 4);  // a panel-form root
     const densem a = random_spd(60, 0.08, 17);
     mmekit::sparse_ija m = upper_ija(a);
