@@ -404,7 +404,22 @@ TEST(SkeldaNumeric, SimulationsAndMultifrontalMessages) {
                    "Total POP(ext-add) "),
             std::string::npos)
       << t;
-  EXPECT_NE(t.find("Total MOD panel "), std::string::npos);
+  // The timers close the run, one line each and in this order, then the peak.
+  std::size_t at = t.find("\nTotal POP(ext-add) ");
+  ASSERT_NE(at, std::string::npos);
+  for (const char* label : {"Total ALLOCATE ", "Total POP(ext-add+alloc) ", "Total MOD ", "Total PUSH ",
+                            "Total MOD panel ", "maxMEM "}) {
+    at = t.find(std::string("\n") + label, at + 1);
+    ASSERT_NE(at, std::string::npos) << label;
+  }
+  // The second variant announces itself and gives the same factor.
+  ASSERT_EQ(load_matrix(8, pg.ia, pg.ja, pg.a, ints({1, 2, 3, 4, 5, 6, 7, 8}), h.layout(), h.lnz, cflag), 0);
+  cap.clear();
+  ASSERT_EQ(supernodal_sx2_mf_omp_v1(h.layout(), ints({2, 0, 0}), h.lnz, cflag, {.variant = 2}, default_skelda_blas(),
+                                     rank, 3),
+            0);
+  EXPECT_EQ(cap.text().rfind("VARIANT 2 ********************\nThe matrix has 2 roots\n", 0), 0u);
+  check_factor(g, h.layout(), h.lnz, cflag, 1, 8);
   // {1} with row 2 below it claims to be a root: its update is never taken.
   HandFactor two = hand_factor(3, {1, 2}, {{2}, {}}, 256);
   two.lnz(1) = two.lnz(3) = two.lnz(6) = 4;
