@@ -186,19 +186,21 @@ inline int rounds() {
   return std::max(r, 3);
 }
 
+// Runs the registered benchmarks (Google Benchmark's own main), with the date and the load
+// average printed before and after: the body of a benchmark program's main.
+inline int run_benchmarks(int argc, char** argv) {
+  std::printf("run started %s, load average %s\n", now_text().c_str(), loadavg().c_str());
+  std::fflush(stdout);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  std::printf("run ended %s, load average %s\n", now_text().c_str(), loadavg().c_str());
+  return 0;
+}
+
 }  // namespace mmekit::benchcmp
 
 // A Google Benchmark main that prints the date and the load average before and after the run.
-#define MMEKIT_BENCH_MAIN()                                                                         \
-  int main(int argc, char** argv) {                                                                 \
-    std::printf("run started %s, load average %s\n", ::mmekit::benchcmp::now_text().c_str(),        \
-                ::mmekit::benchcmp::loadavg().c_str());                                             \
-    std::fflush(stdout);                                                                            \
-    ::benchmark::Initialize(&argc, argv);                                                           \
-    if (::benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;                             \
-    ::benchmark::RunSpecifiedBenchmarks();                                                          \
-    ::benchmark::Shutdown();                                                                        \
-    std::printf("run ended %s, load average %s\n", ::mmekit::benchcmp::now_text().c_str(),          \
-                ::mmekit::benchcmp::loadavg().c_str());                                             \
-    return 0;                                                                                       \
-  }
+#define MMEKIT_BENCH_MAIN() \
+  int main(int argc, char** argv) { return ::mmekit::benchcmp::run_benchmarks(argc, argv); }

@@ -264,13 +264,5 @@ int main(int argc, char** argv) {
           ->Unit(benchmark::kMillisecond)
           ->Iterations(1)
           ->UseManualTime();
-  std::printf("run started %s, load average %s\n", mmekit::benchcmp::now_text().c_str(),
-              mmekit::benchcmp::loadavg().c_str());
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  std::printf("run ended %s, load average %s\n", mmekit::benchcmp::now_text().c_str(),
-              mmekit::benchcmp::loadavg().c_str());
-  return 0;
+  return mmekit::benchcmp::run_benchmarks(argc, argv);
 }
