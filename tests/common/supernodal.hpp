@@ -70,13 +70,22 @@ inline HandFactor hand_factor(std::int32_t n, const std::vector<std::int32_t>& f
   return h;
 }
 
-// The factor of a hand-made structure as a dense lower triangle (zero outside the structure).
-inline densem read_factor(const HandFactor& h) {
-  densem l(h.n, 0.0);
-  for (std::int32_t c = 1; c <= h.n; ++c)
-    for (std::int32_t r = c; r <= h.n; ++r)
-      if (const std::int64_t p = factor_position(h.layout(), r, c); p > 0) l(r, c) = h.lnz(p);
-  return l;
+// A factor in lnz under its layout as a dense lower triangle (zero outside the structure).
+inline densem read_factor(const Sx2Layout& l, const Array1<double>& lnz) {
+  densem f(l.n, 0.0);
+  for (std::int32_t c = 1; c <= l.n; ++c)
+    for (std::int32_t r = c; r <= l.n; ++r)
+      if (const std::int64_t p = factor_position(l, r, c); p > 0) f(r, c) = lnz(p);
+  return f;
+}
+inline densem read_factor(const HandFactor& h) { return read_factor(h.layout(), h.lnz); }
+
+// The symmetric matrix a renumbered: element (i, j) goes to (iperm(i), iperm(j)).
+inline densem permuted(const densem& a, const Array1<std::int32_t>& iperm) {
+  densem b(a.order(), 0.0);
+  for (std::int64_t j = 1; j <= a.order(); ++j)
+    for (std::int64_t i = 1; i <= a.order(); ++i) b(iperm(i), iperm(j)) = a(i, j);
+  return b;
 }
 
 // The same structure put into skelda_state as numerical factorisation leaves it (stage 30):

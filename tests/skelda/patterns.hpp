@@ -1,4 +1,4 @@
-// Test patterns for the orderings and a plain symbolic-elimination fill counter.
+// Test patterns for the orderings and the fill of an elimination order.
 #pragma once
 
 #include <algorithm>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/mme.hpp"
+#include "common/symbolic_ref.hpp"
 #include "mmekit/sparse/ija.hpp"
 #include "mmekit/support/array.hpp"
 
@@ -85,30 +86,11 @@ inline Pattern disconnected() {
 inline Pattern mme(std::int64_t records, unsigned seed) { return mmekit::test::small_mme(records, seed).ija; }
 
 // Nonzeros of L (diagonal included) when the pattern is eliminated in the order perm
-// (perm(k) = original node of pivot k), counted on the explicit elimination graph.
+// (perm(k) = original node of pivot k), by dense symbolic elimination.
 inline std::int64_t fill_count(const Pattern& p, const mmekit::Array1<std::int32_t>& perm) {
-  std::vector<std::set<std::int32_t>> g(p.n);
-  for (std::int32_t i = 1; i <= p.n; ++i)
-    for (std::int32_t k = p.ia(i); k < p.ia(i + 1); ++k) {
-      const std::int32_t j = p.ja(k);
-      if (j != i) {
-        g[i - 1].insert(j - 1);
-        g[j - 1].insert(i - 1);
-      }
-    }
-  std::int64_t total = 0;
-  for (std::int32_t k = 1; k <= p.n; ++k) {
-    const std::int32_t v = perm(k) - 1;
-    const std::vector<std::int32_t> nb(g[v].begin(), g[v].end());
-    total += 1 + static_cast<std::int64_t>(nb.size());
-    for (std::int32_t a : nb) {
-      g[a].erase(v);
-      for (std::int32_t b : nb)
-        if (a != b) g[a].insert(b);
-    }
-    g[v].clear();
-  }
-  return total;
+  mmekit::Array1<std::int32_t> iperm(p.n);
+  for (std::int32_t k = 1; k <= p.n; ++k) iperm(perm(k)) = k;
+  return mmekit::test::DenseFill(p.n, p.ia, p.ja, iperm).total();
 }
 
 inline bool is_permutation_pair(const mmekit::Array1<std::int32_t>& perm,
