@@ -54,18 +54,15 @@ inline HandFactor hand_factor(std::int32_t n, const std::vector<std::int32_t>& f
   h.snode = Array1<std::int32_t>(n);
   h.xlindx = Array1<std::int64_t>(h.nsn + 1, 1);
   h.xlnz = Array1<std::int64_t>(h.nsn + 1, 1);
-  std::vector<std::int32_t> all;
   for (std::int32_t s = 1; s <= h.nsn; ++s) {
     const std::int32_t next = s < h.nsn ? firsts[s] : n + 1, m = static_cast<std::int32_t>(rows[s - 1].size());
     h.xsuper(s) = firsts[s - 1];
     for (std::int32_t c = firsts[s - 1]; c < next; ++c) h.snode(c) = s;
-    all.insert(all.end(), rows[s - 1].begin(), rows[s - 1].end());
+    h.lindx.vec().insert(h.lindx.vec().end(), rows[s - 1].begin(), rows[s - 1].end());
     h.xlindx(s + 1) = h.xlindx(s) + m;
     h.xlnz(s + 1) = h.xlnz(s) + sx2_size(next - firsts[s - 1], m, panel);
   }
   h.xsuper(h.nsn + 1) = n + 1;
-  h.lindx = Array1<std::int32_t>(static_cast<std::int64_t>(all.size()));
-  std::copy(all.begin(), all.end(), h.lindx.begin());
   h.lnz = Array1<double>(h.xlnz(h.nsn + 1) - 1, 0.0);
   return h;
 }
@@ -164,19 +161,14 @@ inline densem ldl_of_cholesky(densem l) {
 inline sparse_ija upper_ija(const densem& d) {
   sparse_ija m;
   m.n = static_cast<std::int32_t>(d.order());
-  std::vector<std::int32_t> ja;
-  std::vector<double> a;
   m.ia = Array1<std::int32_t>(m.n + 1);
   for (std::int32_t i = 1; i <= m.n; ++i) {
-    m.ia(i) = static_cast<std::int32_t>(ja.size() + 1);
+    m.ia(i) = static_cast<std::int32_t>(m.ja.size() + 1);
     for (std::int32_t j = i; j <= m.n; ++j)
-      if (j == i || d(i, j) != 0.0) ja.push_back(j), a.push_back(d(i, j));
+      if (j == i || d(i, j) != 0.0) m.ja.vec().push_back(j), m.a.vec().push_back(d(i, j));
   }
-  m.nel = static_cast<std::int32_t>(ja.size());
+  m.nel = static_cast<std::int32_t>(m.ja.size());
   m.ia(m.n + 1) = m.nel + 1;
-  m.ja = Array1<std::int32_t>(m.nel);
-  m.a = Array1<double>(m.nel);
-  for (std::int32_t k = 1; k <= m.nel; ++k) m.ja(k) = ja[k - 1], m.a(k) = a[k - 1];
   return m;
 }
 inline densem dense_of(const sparse_ija& m) {

@@ -26,19 +26,14 @@ inline Pattern from_edges(std::int32_t n, const Edges& edges) {
   for (const auto& [u, v] : edges) rows[std::min(u, v)].insert(std::max(u, v));
   Pattern p;
   p.n = n;
-  for (auto& r : rows) p.nel += static_cast<std::int32_t>(r.size());
   p.ia = mmekit::Array1<std::int32_t>(n + 1);
-  p.ja = mmekit::Array1<std::int32_t>(p.nel);
-  p.a = mmekit::Array1<double>(p.nel);
-  std::int32_t k = 1;
   for (std::int32_t i = 0; i < n; ++i) {
-    p.ia(i + 1) = k;
-    for (std::int32_t j : rows[i]) {
-      p.ja(k) = j + 1;
-      p.a(k++) = (j == i) ? static_cast<double>(rows[i].size() + 10) : -1.0;
-    }
+    p.ia(i + 1) = static_cast<std::int32_t>(p.ja.size() + 1);
+    for (std::int32_t j : rows[i])
+      p.ja.vec().push_back(j + 1), p.a.vec().push_back(j == i ? static_cast<double>(rows[i].size() + 10) : -1.0);
   }
-  p.ia(n + 1) = k;
+  p.nel = static_cast<std::int32_t>(p.ja.size());
+  p.ia(n + 1) = p.nel + 1;
   return p;
 }
 
