@@ -60,10 +60,7 @@ TEST(InvertMatrix, RankDeficientRoutesAndTolerance) {
     densem g = a;
     invert_matrix(g, route, 0);
     EXPECT_EQ(inversion_state.rank, 2);
-    EXPECT_LT(max_abs_diff(product(product(a, g), a), a), 1e-12);
-    if (route != 8) {
-      EXPECT_EQ(g, from_rows({{0.5, -0.5, 0}, {-0.5, 1, 0}, {0, 0, 0}}));
-    }
+    EXPECT_LT(max_abs_diff(matmul(matmul(a, g), a), a), 1e-12);
   }
   // The pivot limit of the ginv2 routes is tol_ginv.
   const double keep = inversion_state.tol_ginv;

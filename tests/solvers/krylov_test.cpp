@@ -6,6 +6,8 @@
 #include <random>
 #include <string>
 
+#include "common/arrays.hpp"
+#include "common/lapack_ref.hpp"
 #include "common/spd.hpp"
 #include "common/stop.hpp"
 #include "dense/test_helpers.hpp"
@@ -19,6 +21,9 @@ namespace {
 
 using KrylovTest = sparse_test::FreshParameters;
 using Vec = Array1<double>;
+using test::expect_all_near;
+using test::sines;
+using test::solved;
 
 densem random_general(int n, unsigned seed) {
   std::mt19937 g(seed);
@@ -31,17 +36,6 @@ densem random_general(int n, unsigned seed) {
   return a;
 }
 
-Vec rhs_of(int n) {
-  Vec b(n);
-  for (int i = 1; i <= n; ++i) b(i) = std::cos(static_cast<double>(i));
-  return b;
-}
-
-Vec direct(const densem& a, Vec b) {
-  EXPECT_EQ(solve_dense(a, b), 0);
-  return b;
-}
-
 sparse_hashm hash_of(const densem& a, char storage) {
   sparse_hashm h;
   init_sparse_hashm(h, static_cast<std::int32_t>(a.order()), std::nullopt, storage);
@@ -49,11 +43,6 @@ sparse_hashm hash_of(const densem& a, char storage) {
     for (int j = 1; j <= a.order(); ++j)
       if (a(i, j) != 0.0) addm_sparse_hashm(a(i, j), i, j, h);
   return h;
-}
-
-void expect_close(const Vec& x, const Vec& y, double tol) {
-  ASSERT_EQ(x.size(), y.size());
-  for (std::int64_t i = 1; i <= x.size(); ++i) EXPECT_NEAR(x(i), y(i), tol) << i;
 }
 
 // The number of rounds that starts the closing line, whose rest must hold `tail`.
@@ -78,7 +67,7 @@ int count(const std::string& text, const std::string& what) {
 TEST_F(KrylovTest, PcgConvergesToTheDirectSolution) {
   const int n = 42;
   const densem a = test::random_spd(n, 0.15, 3);
-  const Vec b = rhs_of(n), ref = direct(a, b);
+  const Vec b = sines(n), ref = solved(a, b);
   sparse_hashm h = hash_of(a, 'u');
   sparse_param.solve_conv = 1e-18f;
   Vec plain(n);
@@ -90,8 +79,8 @@ TEST_F(KrylovTest, PcgConvergesToTheDirectSolution) {
     const std::string t1 = cap.text();
     cap.clear();
     SOLVE_SPARSE_HASHM_PCG(h, b, x2, block);
-    expect_close(x1, ref, 1e-6);
-    expect_close(x2, ref, 1e-6);
+    expect_all_near(x1, ref, 1e-6);
+    expect_all_near(x2, ref, 1e-6);
     const int rounds = closing_rounds(t1, "  sec per round= ");
     EXPECT_EQ(count(t1, " round =  "), rounds);
     EXPECT_NE(t1.find(" round =  1   convergence =  "), std::string::npos) << t1;
@@ -108,19 +97,19 @@ TEST_F(KrylovTest, WholeMatrixAsOneBlock) {
   // The preconditioner is then the inverse: PCG ends at once, and so does BiCGSTAB.
   const int n = 30;
   const densem a = test::random_spd(n, 0.2, 8);
-  const Vec b = rhs_of(n), ref = direct(a, b);
+  const Vec b = sines(n), ref = solved(a, b);
   sparse_hashm h = hash_of(a, 'u');
   Vec y(n);
   CaptureOutput cap;
   SOLVE_SPARSE_HASHM_PCG(h, b, y, n, 1);
   EXPECT_LE(closing_rounds(cap.text(), " sec per round= "), 2);
-  expect_close(y, ref, 1e-8);
+  expect_all_near(y, ref, 1e-8);
   cap.clear();
   SOLVE_SPARSE_HASHM_BiCGSTAB(h, b, y, n);
   EXPECT_NE(cap.text().find(" round  1    convergence by norms= "), std::string::npos) << cap.text();
   // The closing line after that early exit shows the convergence of the round before: none.
   EXPECT_NE(cap.text().find("\n 1  iterations,   convergence criterion= 0.0 "), std::string::npos) << cap.text();
-  expect_close(y, ref, 1e-8);
+  expect_all_near(y, ref, 1e-8);
 }
 
 TEST_F(KrylovTest, ManyRoundsRestartsAndLimits) {
@@ -136,7 +125,7 @@ TEST_F(KrylovTest, ManyRoundsRestartsAndLimits) {
   b(1) = 1.0;
   b(n) = 1.0;
   b(n / 2 + 1) = 2.0;
-  const Vec ref = direct(a, b);
+  const Vec ref = solved(a, b);
   Vec x(n);
   sparse_param.solve_conv = 1e-16f;
   CaptureOutput cap;
@@ -144,7 +133,7 @@ TEST_F(KrylovTest, ManyRoundsRestartsAndLimits) {
   const int rounds = closing_rounds(cap.text(), " sec per round= ");
   EXPECT_TRUE(rounds > 200 && rounds < 1000) << rounds;
   EXPECT_NE(cap.text().find(" round =  200   convergence =  "), std::string::npos);
-  expect_close(x, ref, 1e-5);
+  expect_all_near(x, ref, 1e-5);
   // A start at the solution ends after one round; verbosity 1 prints the closing line only.
   cap.clear();
   sparse_param.solve_conv = 1e-10f;
@@ -152,7 +141,7 @@ TEST_F(KrylovTest, ManyRoundsRestartsAndLimits) {
   Vec y = ref;
   SOLVE_DENSEM_PCG(a, b, y, std::nullopt, 1);
   EXPECT_EQ(std::make_pair(closing_rounds(cap.text(), " sec per round= "), count(cap.text(), "round =")), std::make_pair(1, 0));
-  expect_close(y, ref, 1e-9);
+  expect_all_near(y, ref, 1e-9);
   // No rounds at all: conv stays 0.
   cap.clear();
   sparse_param.solve_zerosol = true;
@@ -165,7 +154,7 @@ TEST_F(KrylovTest, ManyRoundsRestartsAndLimits) {
 TEST_F(KrylovTest, NonSymmetricSolvers) {
   const int n = 35;
   const densem a = random_general(n, 4);
-  const Vec b = rhs_of(n), ref = direct(a, b);
+  const Vec b = sines(n), ref = solved(a, b);
   sparse_hashm h = hash_of(a, 'f');
   sparse_param.solve_conv = 1e-18f;
   const std::pair<const char*, std::function<void(Vec&)>> cases[] = {
@@ -182,7 +171,7 @@ TEST_F(KrylovTest, NonSymmetricSolvers) {
     EXPECT_EQ(t.find(std::string(" Solving by ") + name + "\n"), 0u) << t;
     EXPECT_NE(t.find(" round  1    convergence= "), std::string::npos) << t;
     EXPECT_GT(closing_rounds(t, "  sec/round= "), 1);
-    expect_close(x, ref, 1e-6);
+    expect_all_near(x, ref, 1e-6);
   }
   // The round limit: the last iterate and the closing line, no failure.
   sparse_param.solve_rounds = 2;
@@ -217,12 +206,12 @@ TEST_F(KrylovTest, FailurePathsAndWarnings) {
   // Hash PCG on a full-stored matrix warns and goes on.
   const densem s = test::random_spd(n, 0.5, 2);
   sparse_hashm f = hash_of(s, 'f');
-  const Vec b = rhs_of(n);
+  const Vec b = sines(n);
   Vec x(n);
   CaptureOutput cap;
   SOLVE_SPARSE_HASHM_PCG(f, b, x, std::nullopt, 1);
   EXPECT_EQ(cap.text().find(" SOLVE_SPARSE_HASHM_PCG: not work Non-Symetric full-stored matrix\n"), 0u);
-  expect_close(x, direct(s, b), 1e-6);
+  expect_all_near(x, solved(s, b), 1e-6);
   // b = 0 in PCG: the criterion is not a number, and the rounds run to the limit.
   cap.clear();
   sparse_param.solve_rounds = 3;
