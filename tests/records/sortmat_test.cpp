@@ -50,7 +50,8 @@ void check_sort(Array2<std::int32_t> m, const Column& keys, const std::string& t
   for (std::int64_t j = 1; j <= n; ++j) want.push_back(column(before, j)), got.push_back(column(m, j));
   const auto less = [&](const Column& a, const Column& b) {
     Column x, y;
-    for (std::int32_t k : keys) x.push_back(a[static_cast<std::size_t>(k - 1)]), y.push_back(b[static_cast<std::size_t>(k - 1)]);
+    for (const auto k : keys)
+      x.push_back(a[static_cast<std::size_t>(k - 1)]), y.push_back(b[static_cast<std::size_t>(k - 1)]);
     return compare_keys(x, y, false, t) == 1;
   };
   ASSERT_TRUE(std::is_sorted(got.begin(), got.end(), less));
