@@ -30,6 +30,12 @@ inline densem lapack_spd_inverse(densem a, double* logdet = nullptr) {
   return a;
 }
 
+// The solution of a x = b by the library's dense LAPACK solve.
+inline Array1<double> solved(const densem& a, Array1<double> b) {
+  EXPECT_EQ(solve_dense(a, b), 0);
+  return b;
+}
+
 // The rank of a symmetric matrix: its eigenvalues (dsyev) above 1e-9 of the largest magnitude.
 inline std::int64_t lapack_rank(densem a) {
   const auto n = static_cast<blas_int>(a.order());

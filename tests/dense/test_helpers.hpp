@@ -1,5 +1,5 @@
-// Small dense matrices for the dense and solver tests: built from rows, plain products, and
-// positive semidefinite matrices with chosen dependent rows.
+// Small dense matrices for the dense and solver tests: built from rows, and positive
+// semidefinite matrices with chosen dependent rows.
 #pragma once
 
 #include <cstdint>
@@ -23,16 +23,6 @@ mmekit::densem_t<T> from_rows(std::initializer_list<std::initializer_list<double
     ++i;
   }
   return a;
-}
-
-// A B, element by element.
-inline mmekit::densem product(const mmekit::densem& a, const mmekit::densem& b) {
-  const std::int64_t n = a.order();
-  mmekit::densem c(n);
-  for (std::int64_t j = 1; j <= n; ++j)
-    for (std::int64_t k = 1; k <= n; ++k)
-      for (std::int64_t i = 1; i <= n; ++i) c(i, j) += a(i, k) * b(k, j);
-  return c;
 }
 
 // B B^T of order n, where each row of B listed in `dependent` is a random combination of the

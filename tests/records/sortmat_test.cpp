@@ -39,28 +39,22 @@ Array2<std::int32_t> row(const Column& values) {
   return m;
 }
 
-// "Less" by the definition of each key type: integers, reals by value (so 0.0 = -0.0), and
-// text in the order of its characters as unsigned bytes.
-bool ref_less(const Column& a, const Column& b, const Column& keys, const std::string& types) {
-  for (std::size_t k = 0; k < keys.size(); ++k) {
-    const std::int32_t x = a[static_cast<std::size_t>(keys[k] - 1)], y = b[static_cast<std::size_t>(keys[k] - 1)];
-    const char t = types.empty() ? 'i' : types[k];
-    if (t == 'i' && x != y) return x < y;
-    if (t == 'r' && std::bit_cast<float>(x) != std::bit_cast<float>(y)) return std::bit_cast<float>(x) < std::bit_cast<float>(y);
-    if (t == 'a' && std::memcmp(&x, &y, 4) != 0) return std::memcmp(&x, &y, 4) < 0;
-  }
-  return false;
-}
-
-// Sorts the first n columns of `m` with sortmat: they must come out in order by the definition
-// above and be the same multiset of columns; the other columns stay.
+// Sorts the first n columns of `m` with sortmat: their keys must come out in the order of
+// compare_keys (worked by hand below) and the columns be the same multiset; the other columns stay.
 void check_sort(Array2<std::int32_t> m, const Column& keys, const std::string& types, std::int32_t n) {
   const Array2<std::int32_t> before = m;
-  types.empty() ? sortmat(m, keys, n) : sortmat(m, keys, n, std::nullopt, types);
+  const auto t = types.empty() ? std::nullopt : std::optional<std::string_view>(types);
+  sortmat(m, keys, n, std::nullopt, t);
   for (std::int64_t j = n + 1; j <= m.cols(); ++j) ASSERT_EQ(column(m, j), column(before, j));
   std::vector<Column> want, got;
   for (std::int64_t j = 1; j <= n; ++j) want.push_back(column(before, j)), got.push_back(column(m, j));
-  ASSERT_TRUE(std::is_sorted(got.begin(), got.end(), [&](const auto& a, const auto& b) { return ref_less(a, b, keys, types); }));
+  const auto less = [&](const Column& a, const Column& b) {
+    Column x, y;
+    for (const auto k : keys)
+      x.push_back(a[static_cast<std::size_t>(k - 1)]), y.push_back(b[static_cast<std::size_t>(k - 1)]);
+    return compare_keys(x, y, false, t) == 1;
+  };
+  ASSERT_TRUE(std::is_sorted(got.begin(), got.end(), less));
   std::sort(got.begin(), got.end());
   std::sort(want.begin(), want.end());
   ASSERT_EQ(got, want);

@@ -1,16 +1,21 @@
-// Formatted output: layouts worked by hand, and random values against printf's digits.
+// Formatted output: layouts worked by hand, and the digits of random values against printf's;
+// list-directed output and reading.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "common/stop.hpp"
 #include "mmekit/support/format.hpp"
+#include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 
 using namespace mmekit;
@@ -39,27 +44,7 @@ std::string expect_f(double v, int w, int d) {
   return right(sign(v) + s, w);
 }
 
-// The value rounded to n digits as 0.d1d2...dn x 10^N: the digits and N (0 for zero).
-std::pair<std::string, int> significant(double v, int n) {
-  const std::string e = c_digits("%.*e", n - 1, v);  // d.ddde+XX
-  return {e.substr(0, 1) + e.substr(2, static_cast<std::size_t>(n - 1)), std::stoi(e.substr(e.find('e') + 1)) + (v != 0)};
-}
-
-std::string expect_e(double v, int w, int d) {
-  const auto [digits, N] = significant(v, d);
-  char exponent[8];
-  std::snprintf(exponent, sizeof exponent, "E%+03d", N);
-  std::string s = sign(v) + "0." + digits + exponent;
-  if (static_cast<int>(s.size()) > w) s.erase(sign(v).size(), 1);
-  return right(s, w);
-}
-
 std::string expect_es(double v, int w, int d) { return right(sign(v) + c_digits("%.*E", d, v), w); }
-
-std::string expect_g(double v, int w, int d) {
-  const int N = v == 0 ? 1 : significant(v, d).second;
-  return N >= 0 && N <= d ? expect_f(v, w - 4, d - N) + "    " : expect_e(v, w, d);
-}
 
 }  // namespace
 
@@ -74,18 +59,15 @@ TEST(Format, RandomValuesMatchTheCorrectlyRoundedDigits) {
     ASSERT_EQ(fformat("(f0.5)", f), expect_f(f, 0, 5) + "\n") << f;
     ASSERT_EQ(fformat("(f12.4)", v), expect_f(v, 12, 4) + "\n") << v;
     ASSERT_EQ(fformat("(f20.12)", v), expect_f(v, 20, 12) + "\n") << v;
-    ASSERT_EQ(fformat("(e14.6)", v), expect_e(v, 14, 6) + "\n") << v;
     ASSERT_EQ(fformat("(es13.5)", v), expect_es(v, 13, 5) + "\n") << v;
-    ASSERT_EQ(fformat("(g12.5)", v), expect_g(v, 12, 5) + "\n") << v;
-    ASSERT_EQ(fformat("(g12.4)", f), expect_g(f, 12, 4) + "\n") << f;
+    ASSERT_EQ(fformat("(es12.4)", f), expect_es(f, 12, 4) + "\n") << f;
   }
   // Multiples of 1/64 have six decimals at most, so five-decimal rounding meets exact ties.
   std::uniform_int_distribution<int> k(-640000, 640000);
   for (int n = 0; n < 5000; ++n) {
     const double v = k(rng) / 64.0;
     ASSERT_EQ(fformat("(f0.5)", v), expect_f(v, 0, 5) + "\n") << v;
-    ASSERT_EQ(fformat("(g12.5)", v), expect_g(v, 12, 5) + "\n") << v;
-    ASSERT_EQ(fformat("(e12.3)", v), expect_e(v, 12, 3) + "\n") << v;
+    ASSERT_EQ(fformat("(es12.2)", v), expect_es(v, 12, 2) + "\n") << v;
   }
   // Ties by hand, and the float of the layout's own example (123456.703125).
   EXPECT_EQ(fformat("(f0.2,1x,f0.2,1x,f0.0,1x,f0.0)", 0.125, 0.375, 2.5, 3.5), ".12 .38 2. 4.\n");
@@ -100,8 +82,9 @@ TEST(Format, HandWorkedLayouts) {
   EXPECT_EQ(fformat("(f10.3,f2.1,f10.3,f5.1,f5.1,f3.1)", nan, nan, -inf, inf, -inf, -inf),
             "       NaN** -Infinity  Inf -Inf***\n");
   EXPECT_EQ(fformat("(f0.5,1x,f0.5,g12.5,e12.4)", inf, -inf, nan, -inf), "Infinity -Infinity         NaN   -Infinity\n");
-  // E, ES: the zero before the point goes first, then stars; a three-digit exponent loses the letter.
-  EXPECT_EQ(fformat("(e9.3,e8.3,e7.3)", 1.0, 1.0, 1.0), "0.100E+01.100E+01*******\n");
+  // E, ES: the zero before the point goes first, then stars; a three-digit exponent loses the letter;
+  // rounding up to the next power of ten raises the exponent.
+  EXPECT_EQ(fformat("(e9.3,e8.3,e7.3,e10.3)", 1.0, 1.0, 1.0, -9.9996), "0.100E+01.100E+01*******-0.100E+02\n");
   EXPECT_EQ(fformat("(e12.4,e12.4,e12.4)", 0.0, -0.00123456, 1e200), "  0.0000E+00 -0.1235E-02  0.1000+201\n");
   EXPECT_EQ(fformat("(e12.4e3,e12.4e1,es12.4,es10.3)", 1.5, 1e20, -1234.5, 0.0),
             " 0.1500E+001************ -1.2345E+03 0.000E+00\n");
@@ -188,4 +171,118 @@ TEST(Format, MalformedTextsAndWrongItemsStop) {
   expect_stop([] { fformat("(es9.2)", true); }, " format (es9.2): item 1 is a logical, which ES cannot write");
   expect_stop([] { fformat("(a)", 1); }, " format (a): item 1 is an integer, which A cannot write");
   expect_stop([] { fformat("(l2)", 1.0f); }, " format (l2): item 1 is a real, which L cannot write");
+}
+
+// List-directed output and reading, and the fixed-width reading of reals.
+namespace {
+const double inf = std::numeric_limits<double>::infinity();
+}
+
+TEST(FreeFormat, OutputLine) {
+  EXPECT_EQ(free_format("Regcov ver. 2.6"), " Regcov ver. 2.6");
+  EXPECT_EQ(free_format(3, " th range: min & max;  # polynomials"), " 3  th range: min & max;  # polynomials");
+  EXPECT_EQ(free_format(), "");
+  EXPECT_EQ(free_format(std::string("ab  "), true, false), " ab   T F");
+  EXPECT_EQ(free_format(std::int64_t{-9223372036854775807 - 1}), " -9223372036854775808");
+  EXPECT_EQ(free_format(1.0, 0.1, 0.1f, -2.5, -0.0, 0.0f), " 1.0 0.1 0.1 -2.5 -0.0 0.0");
+  EXPECT_EQ(free_format(1.0 / 3, 1.0f / 3), " 0.3333333333333333 0.33333334");
+  EXPECT_EQ(free_format(1.5e-10, 1e-10, 1e20, 1e300), " 1.5E-10 1.0E-10 1.0E+20 1.0E+300");
+  EXPECT_EQ(free_format(123456789012345.0, 1e15, 1e-4, 9.99e-5), " 123456789012345.0 1.0E+15 0.0001 9.99E-05");
+  EXPECT_EQ(free_format(16777216.0f, 3e38f), " 16777216.0 3.0E+38");
+  EXPECT_EQ(free_format(std::nan(""), inf, -inf), " NaN Infinity -Infinity");
+  CaptureOutput cap;
+  print_free("# records =", 0);
+  EXPECT_EQ(cap.text(), " # records = 0\n");
+  // Random reals of doubles and floats read back exactly, with a point in each.
+  std::mt19937_64 rng(99);
+  std::uniform_real_distribution<double> mant(-1.0, 1.0);
+  for (int n = 0; n < 1000; ++n) {
+    const double v = std::ldexp(mant(rng), static_cast<int>(rng() % 601) - 300);
+    const auto f = static_cast<float>(std::ldexp(mant(rng), static_cast<int>(rng() % 75) - 37));
+    const std::string s = free_format(v), t = free_format(f);
+    ASSERT_TRUE(s.find('.') != std::string::npos && t.find('.') != std::string::npos) << s << t;
+    ASSERT_EQ(std::make_pair(std::strtod(s.c_str(), nullptr), std::strtof(t.c_str(), nullptr)), std::make_pair(v, f)) << s << t;
+  }
+}
+
+TEST(FreeFormat, Read) {
+  std::istringstream in("1 2\n\n  3 rest of line\n4,5 , 6\n7\n1,,3\n9 / 8\n'it''s' \"two words\" plain,+4\n"
+                        "0.1 1d-3 +2 .5 -7.\n1.00000017881393432 1.00000017881393432\n");
+  std::int32_t a = 0, b = 0, c = 0;
+  ASSERT_EQ(read_free(in, a, b, c), ReadStatus::ok);  // over lines; the rest of the last is skipped
+  EXPECT_EQ(std::make_tuple(a, b, c), std::make_tuple(1, 2, 3));
+  std::vector<std::int64_t> v(3);
+  Array1<std::int32_t> arr(1, 0);
+  ASSERT_EQ(read_free(in, v, arr), ReadStatus::ok);
+  EXPECT_EQ(v, (std::vector<std::int64_t>{4, 5, 6}));
+  EXPECT_EQ(arr(1), 7);
+  a = c = 0, b = -1;
+  ASSERT_EQ(read_free(in, a, b, c), ReadStatus::ok);  // a null value leaves its target
+  EXPECT_EQ(std::make_tuple(a, b, c), std::make_tuple(1, -1, 3));
+  a = b = c = -1;
+  ASSERT_EQ(read_free(in, a, b, c), ReadStatus::ok);  // the slash ends the read
+  EXPECT_EQ(std::make_tuple(a, b, c), std::make_tuple(9, -1, -1));
+  std::string s1, s2, s3;
+  ASSERT_EQ(read_free(in, s1, s2, s3, a), ReadStatus::ok);
+  EXPECT_EQ(std::make_tuple(s1, s2, s3, a), std::make_tuple("it's", "two words", "plain", 4));
+  double d1 = 0, d2 = 0, d3 = 0;
+  float f1 = 0, f2 = 0;
+  ASSERT_EQ(read_free(in, d1, d2, d3, f1, f2), ReadStatus::ok);
+  EXPECT_EQ(std::make_tuple(d1, d2, d3, f1, f2), std::make_tuple(0.1, 1e-3, 2.0, 0.5f, -7.0f));
+  // Just below the midpoint of two floats, within half a double ulp of it: decoding through
+  // double would land on the midpoint and round up to even; the float decoding rounds down.
+  float f = 0;
+  double d = 0;
+  ASSERT_EQ(read_free(in, f, d), ReadStatus::ok);
+  EXPECT_EQ(f, 1.0f + std::ldexp(1.0f, -23));
+  EXPECT_NE(static_cast<float>(d), f);
+  EXPECT_EQ(read_free(in, a), ReadStatus::end_of_file);
+
+  std::string s;
+  auto read = [](const char* text, auto&... targets) {
+    std::istringstream is(text);
+    return read_free(is, targets...);
+  };
+  for (const char* text : {"1 x 3\n", "1.5\n", "'7'\n", "99999999999\n"})
+    EXPECT_EQ(read(text, a, b, c), ReadStatus::bad_value) << text;
+  EXPECT_EQ(read("'open\n", s), ReadStatus::bad_value);
+  EXPECT_EQ(read("+-1\n", d), ReadStatus::bad_value);
+  EXPECT_EQ(read("1 2\n", a, b, c), ReadStatus::end_of_file);
+  EXPECT_EQ(read("", a), ReadStatus::end_of_file);
+}
+
+TEST(FixedRead, TheF12Rule) {
+  const std::tuple<const char*, int, double> good[] = {
+      {"12.5", 12, 12.5}, {"  1 2 ", 12, 12.0}, {"12,7", 12, 12.0}, {"1234567890123", 12, 123456789012.0},
+      {"123456", 3, 123.0}, {"1e3", 12, 1000.0}, {"1D3", 12, 1000.0}, {"1.5d-2", 12, 0.015}, {"1+3", 12, 1000.0},
+      {"1-3", 12, 0.001}, {"-3", 12, -3.0}, {"+.5", 12, 0.5}, {"5.", 12, 5.0}, {"   ", 12, 0.0},
+      {"-Infinity", 12, -inf}, {"1e999", 12, inf}, {"-1e-999", 12, -0.0}};
+  for (const auto& [text, width, want] : good) {
+    double d = 7;
+    EXPECT_TRUE(read_fixed(text, d, width)) << text;
+    EXPECT_EQ(d, want) << text;
+    EXPECT_EQ(std::signbit(d), std::signbit(want)) << text;
+  }
+  double d = 0;
+  EXPECT_TRUE(read_fixed("nan", d) && std::isnan(d));
+  for (const char* bad : {"abc", "1e", "1.2.3", "--1", ".", "-", "1x", "e5", "1e+", "12a4"}) {
+    d = 7;
+    EXPECT_FALSE(read_fixed(bad, d)) << bad;
+    EXPECT_EQ(d, 0.0) << bad;
+  }
+  // Floats are rounded once from the decimal text. 1 + 2^-24 + a little is above the midpoint
+  // between 1 and the next float, though within half a double ulp of it: through double it
+  // would tie and round to even (1.0f). Just below the midpoint 1 + 3 * 2^-24, the float below.
+  float f = 0;
+  EXPECT_EQ(static_cast<float>(std::strtod("1.00000005960464478", nullptr)), 1.0f);
+  ASSERT_TRUE(read_fixed("1.00000005960464478", f, 20));
+  EXPECT_EQ(f, 1.0f + std::ldexp(1.0f, -23));
+  ASSERT_TRUE(read_fixed("1.00000017881393432", f, 20));
+  EXPECT_EQ(f, 1.0f + std::ldexp(1.0f, -23));
+  const std::pair<const char*, float> floats[] = {
+      {"123456.7", 123456.7f}, {"16777217", 16777216.0f}, {"1e39", std::numeric_limits<float>::infinity()}, {"0.0001e-45", 0.0f}};
+  for (const auto& [text, want] : floats) {
+    EXPECT_TRUE(read_fixed(text, f)) << text;
+    EXPECT_EQ(f, want) << text;
+  }
 }

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/arrays.hpp"
 #include "common/lapack_ref.hpp"
 #include "mmekit/dense/dense.hpp"
 #include "mmekit/sparse/convert.hpp"
@@ -17,12 +18,9 @@
 
 namespace torvex_test {
 
-// A right-hand side: b(i) = sin(3 i).
-inline mmekit::Array1<double> sines(std::int64_t n) {
-  mmekit::Array1<double> b(n);
-  for (std::int64_t i = 1; i <= n; ++i) b(i) = std::sin(3.0 * i);
-  return b;
-}
+using mmekit::test::expect_all_near;
+using mmekit::test::sines;
+using mmekit::test::solved;
 
 // A driver state as at the start of a run.
 inline void fresh_driver() {
@@ -93,11 +91,6 @@ inline void expect_pattern_near(const mmekit::sparse_ija& m, const mmekit::dense
   for (std::int32_t i = 1; i <= m.n; ++i)
     for (std::int32_t e = m.ia(i); e < m.ia(i + 1); ++e)
       EXPECT_NEAR(m.a(e), ref(i, m.ja(e)), tol) << i << " " << m.ja(e);
-}
-
-inline void expect_all_near(const mmekit::Array1<double>& x, const mmekit::Array1<double>& ref, double tol) {
-  ASSERT_EQ(x.size(), ref.size());
-  for (std::int64_t i = 1; i <= x.size(); ++i) EXPECT_NEAR(x(i), ref(i), tol) << i;
 }
 
 }  // namespace torvex_test
