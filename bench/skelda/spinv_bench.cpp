@@ -8,8 +8,8 @@
 //   SpinvVsNumeric/<records>   task 61 against our numeric factorisation (task 40) of the same
 //                              matrix, with the pipeline's generator settings (seed 2024):
 //                              385,000 and 1,290,000 records give about 300,000 and 1,000,000
-//                              equations; also the two panel paths of the work matrix (limC 1024,
-//                              both gathers) and their sizes from the simulation
+//                              equations; also the two panel paths of the work matrix (limC 128,
+//                              blksz 64, both gathers) and the sizes of all three from the simulation
 // Both solvers get the singular system as it comes (rank n-1), which each handles with its own
 // dependency check. Sides are interleaved round by round, best of MMEKIT_BENCH_ROUNDS (>= 3).
 // One OpenBLAS thread. Environment: MMEKIT_SPINV_RECORDS (comma-separated, for SpinvVsNumeric).
@@ -66,13 +66,13 @@ void invert(const mmekit::sparse_ija& m, Array1<double>& a) {
   if (st != 0) std::printf("   skelda spinv: status %d\n", st);
 }
 
-void print_sizes(const char* what, std::int64_t lim, std::int64_t spd) {
+void print_sizes(const char* what, std::int64_t lim, std::int64_t blk, std::int64_t spd) {
   mmekit::InvmfSizes z;
-  mmekit::invmf_simulate(mmekit::skelda_layout(), {lim, 256, spd, true}, z);
+  mmekit::invmf_simulate(mmekit::skelda_layout(), {lim, blk, spd, true}, z);
   const double mib = 8.0 / 1048576.0;
-  std::printf("   %-28s limC %6lld spdopt %lld: maxnc %lld, C %.1f MiB (full %.1f, panel-spd %.1f, panel-mem %.1f), "
+  std::printf("   %-28s limC %6lld blksz %3lld spdopt %lld: maxnc %lld, C %.1f MiB (full %.1f, panel-spd %.1f, panel-mem %.1f), "
               "work %.1f MiB, factor %.1f MiB\n",
-              what, static_cast<long long>(lim), static_cast<long long>(spd), static_cast<long long>(z.maxnc),
+              what, static_cast<long long>(lim), static_cast<long long>(blk), static_cast<long long>(spd), static_cast<long long>(z.maxnc),
               static_cast<double>(z.c_words) * mib, static_cast<double>(z.size_full) * mib,
               static_cast<double>(z.size_panel_spd) * mib, static_cast<double>(z.size_panel_mem) * mib,
               static_cast<double>(z.work) * mib,
@@ -94,13 +94,14 @@ void SpinvVsNumeric(benchmark::State& state, long records) {
   Array1<double> a;
   auto set_c = [](std::int64_t lim, std::int64_t spd) {
     mmekit::set_iparm(mmekit::kLimC, lim);
+    mmekit::set_iparm(mmekit::kBlksz, lim == 8192 ? 256 : 64);
     mmekit::skelda_state.iparm(mmekit::kSpdopt) = spd;
   };
   std::vector<bc::Side> sides = {
       {"numeric (task 40)", [&] { factorise(m, a); }, [&] { a = m.a; }},
       {"spinv full C (task 61)", [&] { invert(m, a); }, [&] { set_c(8192, 0), a = m.a, factorise(m, a); }},
-      {"spinv panel C, gather all", [&] { invert(m, a); }, [&] { set_c(1024, 1), a = m.a, factorise(m, a); }},
-      {"spinv panel C, by block", [&] { invert(m, a); }, [&] { set_c(1024, 0), a = m.a, factorise(m, a); }},
+      {"spinv panel C, gather all", [&] { invert(m, a); }, [&] { set_c(128, 1), a = m.a, factorise(m, a); }},
+      {"spinv panel C, by block", [&] { invert(m, a); }, [&] { set_c(128, 0), a = m.a, factorise(m, a); }},
   };
   for (auto _ : state) {
     const bc::Comparison c =
@@ -111,9 +112,9 @@ void SpinvVsNumeric(benchmark::State& state, long records) {
     bc::report(state, c, 1, 0);
     state.SetIterationTime(c.times[1].best_wall());
   }
-  print_sizes("work of the full-C path:", 8192, 0);
-  print_sizes("work of the panel path:", 1024, 1);
-  print_sizes("work of the panel path:", 1024, 0);
+  print_sizes("work of the full-C path:", 8192, 256, 0);
+  print_sizes("work of the panel path:", 128, 64, 1);
+  print_sizes("work of the panel path:", 128, 64, 0);
   rusage u{};
   getrusage(RUSAGE_SELF, &u);
   std::printf("   rank %lld of %d; maximum resident set of the process %.1f MiB\n",
@@ -169,13 +170,33 @@ void SpinvVsTorvex(benchmark::State& state, long records) {
     bc::report(state, c, 0, 1);
     state.SetIterationTime(c.times[0].best_wall());
   }
-  // The two inverses agree on the pattern (TORVEX writes its inverse over tm.a).
-  double diff = 0, big = 0;
+  a = m.a;  // the last side run may have been the factorisation: invert once more
+  factorise(m, a);
+  invert(m, a);
+  // The two inverses on the pattern (TORVEX writes its inverse over tm.a): generalised inverses
+  // of the singular system, equal where both drop the same dependent equation.
+  double diff = 0, big = 0, bigs = 0;
+  std::int64_t where = 1;
   for (std::int64_t k = 1; k <= m.nel; ++k) {
-    diff = std::max(diff, std::abs(a(k) - tm.a(k)));
+    if (std::abs(a(k) - tm.a(k)) > diff) diff = std::abs(a(k) - tm.a(k)), where = k;
     big = std::max(big, std::abs(tm.a(k)));
+    bigs = std::max(bigs, std::abs(a(k)));
   }
-  std::printf("   largest difference of the two inverses on the pattern: %.3g (largest element %.3g)\n", diff, big);
+  std::printf("   largest difference of the two inverses on the pattern: %.3g at entry %lld (largest element %.3g, "
+              "ours %.3g)\n", diff, static_cast<long long>(where), big, bigs);
+  // Rows of the inverse by solves with our own factor (the same generalised inverse): 60 rows
+  // spread over the equations, every entry of the pattern in them.
+  Array1<double> inv = a, f = m.a;
+  factorise(m, f);
+  double dsol = 0;
+  for (std::int32_t j = 1; j <= m.n; j += m.n / 60) {
+    mmekit::Array2<double> b(m.n, 1, 0.0), x(m.n, 1);
+    b(j, 1) = 1.0;
+    std::int32_t st = 0, n = m.n;
+    mmekit::skeldatask(50, {.neq = &n, .ia = &m.ia, .ja = &m.ja, .a = &f, .rhs = &b, .sol = &x, .status = &st});
+    for (std::int32_t k = m.ia(j); k < m.ia(j + 1); ++k) dsol = std::max(dsol, std::abs(inv(k) - x(m.ja(k), 1)));
+  }
+  std::printf("   largest difference from the rows of the inverse by solves: %.3g\n", dsol);
   std::fflush(stdout);
   state.counters["n"] = m.n;
 }

@@ -218,6 +218,44 @@ void apply_block_column(std::int64_t m, std::int64_t w, std::int64_t j0, std::in
   blas.dgemm('T', 'N', bi(jb), bi(w), bi(below), 1.0, cj + jb, bi(ldc), t2 + j0 + jb, bi(m), 1.0, z2 + j0, bi(m));
 }
 
+// The dense steps of a small supernode written out: below a few thousand multiply-adds a call of
+// a level-3 routine costs more than its work, and most supernodes of an MME are that small.
+// Z2 = C T2 with the lower triangle of C (m by m), T2 and Z2 m by w.
+void small_symm(std::int64_t m, std::int64_t w, const double* c, const double* t2, double* z2) {
+  for (std::int64_t q = 0; q < w; ++q) {
+    const double* t = t2 + q * m;
+    double* z = z2 + q * m;
+    std::fill(z, z + m, 0.0);
+    for (std::int64_t k = 0; k < m; ++k) {
+      const double* ck = c + k * m;
+      double acc = ck[k] * t[k];
+      for (std::int64_t i = k + 1; i < m; ++i) {
+        z[i] += ck[i] * t[k];
+        acc += ck[i] * t[i];
+      }
+      z[k] += acc;
+    }
+  }
+}
+// X := X L^-1 (rows by w, leading dimension ldx) with L unit lower (leading dimension w).
+void small_right_solve(std::int64_t rows, std::int64_t w, const double* l, double* x, std::int64_t ldx) {
+  for (std::int64_t j = w - 2; j >= 0; --j)
+    for (std::int64_t k = j + 1; k < w; ++k) {
+      const double f = l[k + j * w];
+      if (f == 0.0) continue;
+      for (std::int64_t i = 0; i < rows; ++i) x[i + j * ldx] -= x[i + k * ldx] * f;
+    }
+}
+// X := L^-T X (w by w) with L unit lower.
+void small_left_solve_t(std::int64_t w, const double* l, double* x) {
+  for (std::int64_t j = w - 2; j >= 0; --j)
+    for (std::int64_t k = j + 1; k < w; ++k) {
+      const double f = l[k + j * w];
+      if (f == 0.0) continue;
+      for (std::int64_t q = 0; q < w; ++q) x[j + q * w] -= f * x[k + q * w];
+    }
+}
+
 class Timer {
  public:
   explicit Timer(InvmfTimers* t) : on_(t != nullptr), t0_(on_ ? wall_seconds() : 0.0) {}
@@ -279,8 +317,13 @@ std::int32_t invmf_kernel(const Sx2Layout& l, Array1<double>& lnz, const Array1<
     double* t2 = work1.data();
     double* l11 = t2 + m * w;
     double* z2 = b.below(1);
-    blas.dcopy(bi(m * w), z2, 1, t2, 1);
-    blas.dscal(bi(m * w), -1.0, t2, 1);
+    const bool small = m < opt.limC && m * m * w <= opt.small_work;
+    if (small) {
+      for (std::int64_t k = 0; k < m * w; ++k) t2[k] = -z2[k];
+    } else {
+      blas.dcopy(bi(m * w), z2, 1, t2, 1);
+      blas.dscal(bi(m * w), -1.0, t2, 1);
+    }
     gather.start(b.rows, m);
     clock.lap(tm.tstep0);
 
@@ -288,7 +331,10 @@ std::int32_t invmf_kernel(const Sx2Layout& l, Array1<double>& lnz, const Array1<
     if (m < opt.limC) {
       double* c = cbuf.data();
       for (std::int64_t j = 0; j < m; ++j) gather.column(j, c + j * m + j);
-      blas.dsymm('L', 'L', bi(m), bi(w), 1.0, c, bi(m), t2, bi(m), 0.0, z2, bi(m));
+      if (small)
+        small_symm(m, w, c, t2, z2);
+      else
+        blas.dsymm('L', 'L', bi(m), bi(w), 1.0, c, bi(m), t2, bi(m), 0.0, z2, bi(m));
     } else {
       const std::int64_t bs = c_block_edge(m, opt.blksz), nbc = sx2_blocks(m, bs);
       std::fill(z2, z2 + m * w, 0.0);
@@ -319,17 +365,29 @@ std::int32_t invmf_kernel(const Sx2Layout& l, Array1<double>& lnz, const Array1<
     clock.lap(tm.tstep1);
 
     // tstep1a: keep L11 (the unit lower triangle, its diagonal unused) and the pivots.
-    blas.dcopy(bi(w * w), dblk, 1, l11, 1);
+    std::copy(dblk, dblk + w * w, l11);
     for (std::int64_t c = 1; c <= w; ++c) piv[static_cast<std::size_t>(c - 1)] = dblk[(c - 1) * w + (c - 1)];
     clock.lap(tm.tstep1a);
 
     // tstep3: Z1 = Z2' T2 = L21' Z(R,R) L21, symmetric, taken before Z2 is adjusted.
-    blas.dgemm('T', 'N', bi(w), bi(w), bi(m), 1.0, z2, bi(m), t2, bi(m), 0.0, dblk, bi(w));
+    if (small) {
+      for (std::int64_t q = 0; q < w; ++q)
+        for (std::int64_t p = 0; p < w; ++p) {
+          double acc = 0.0;
+          for (std::int64_t i = 0; i < m; ++i) acc += z2[i + p * m] * t2[i + q * m];
+          dblk[p + q * w] = acc;
+        }
+    } else {
+      blas.dgemm('T', 'N', bi(w), bi(w), bi(m), 1.0, z2, bi(m), t2, bi(m), 0.0, dblk, bi(w));
+    }
     clock.lap(tm.tstep3);
 
     // tstep2: Z2 := Z2 L11^-1 (one triangular solve from the right; the column-by-column
     // recursion from the last column computes the same), so Z2 = Z(R,J).
-    blas.dtrsm('R', 'L', 'N', 'U', bi(m), bi(w), 1.0, l11, bi(w), z2, bi(m));
+    if (small)
+      small_right_solve(m, w, l11, z2, m);
+    else
+      blas.dtrsm('R', 'L', 'N', 'U', bi(m), bi(w), 1.0, l11, bi(w), z2, bi(m));
     clock.lap(tm.tstep2);
 
     // tstep4: Z1 += D^-1, except where the pivot is 0 or the column flagged.
@@ -340,8 +398,13 @@ std::int32_t invmf_kernel(const Sx2Layout& l, Array1<double>& lnz, const Array1<
     clock.lap(tm.tstep4);
 
     // tstep5: Z1 := L11^-T Z1 L11^-1 on the whole symmetric block, so Z1 = Z(J,J).
-    blas.dtrsm('R', 'L', 'N', 'U', bi(w), bi(w), 1.0, l11, bi(w), dblk, bi(w));
-    blas.dtrsm('L', 'L', 'T', 'U', bi(w), bi(w), 1.0, l11, bi(w), dblk, bi(w));
+    if (small) {
+      small_right_solve(w, w, l11, dblk, w);
+      small_left_solve_t(w, l11, dblk);
+    } else {
+      blas.dtrsm('R', 'L', 'N', 'U', bi(w), bi(w), 1.0, l11, bi(w), dblk, bi(w));
+      blas.dtrsm('L', 'L', 'T', 'U', bi(w), bi(w), 1.0, l11, bi(w), dblk, bi(w));
+    }
     clock.lap(tm.tstep5);
   }
 

@@ -60,6 +60,9 @@ struct InvmfOptions {
   std::int64_t blksz = 256;
   std::int64_t spdopt = 0;
   bool ldl = true;
+  // Supernodes whose work matrix stays whole and whose m m w is at most this many multiply-adds
+  // are inverted by loops written out rather than by the level-3 routines (0: never).
+  std::int64_t small_work = 4096;
 };
 
 // The sizes of the work of one inversion, in 8-byte words unless said otherwise. The block edge

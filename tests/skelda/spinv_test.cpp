@@ -209,11 +209,17 @@ TEST_F(SkeldaSpinv, PrintoutOfTheTaskAndOfTheTimedVariant) {
     const InvmfOptions opt{lim, 256, 0, true};
     InvmfSizes z;
     ASSERT_EQ(invmf_simulate(skelda_layout(), opt, z), 0);
-    Array1<double> serial = *skelda_state.lnz;
+    const Array1<double> lnz0 = *skelda_state.lnz;
+    Array1<double> serial = lnz0;
     ASSERT_EQ(supernodal_sx2_invmf(skelda_layout(), serial, *skelda_state.cflag, opt, z, default_skelda_inv_blas()), 0);
     CaptureOutput cap;
     supernodal_sx2_invmf_omp(skelda_layout(), *skelda_state.lnz, *skelda_state.cflag, opt, z, default_skelda_inv_blas());
     EXPECT_EQ(skelda_state.lnz->vec(), serial.vec());
+    InvmfOptions blas_only = opt;  // every supernode through the level-3 routines
+    blas_only.small_work = 0;
+    Array1<double> level3 = lnz0;
+    ASSERT_EQ(supernodal_sx2_invmf(skelda_layout(), level3, *skelda_state.cflag, blas_only, z, default_skelda_inv_blas()), 0);
+    for (std::int64_t i = 1; i <= level3.size(); ++i) EXPECT_NEAR(level3(i), serial(i), 1e-12 * (1 + std::abs(serial(i))));
     const std::string text = cap.text(), head = std::string("start supernodal_sx2_invmf_omp()\n") +
                                                 (lim == 2 ? "PanelC\n" : "FullC\n");
     ASSERT_EQ(text.substr(0, head.size()), head);
