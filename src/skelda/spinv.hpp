@@ -62,7 +62,7 @@ struct InvmfOptions {
   bool ldl = true;
   // Supernodes whose work matrix stays whole and whose m m w is at most this many multiply-adds
   // are inverted by loops written out rather than by the level-3 routines (0: never).
-  std::int64_t small_work = 4096;
+  std::int64_t small_work = 20000;
 };
 
 // The sizes of the work of one inversion, in 8-byte words unless said otherwise. The block edge
