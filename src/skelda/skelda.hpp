@@ -8,11 +8,12 @@
 //   std::int32_t st = 0, verbose = 2;
 //   skeldatask(10, {.neq = &n, .ia = &ia, .ja = &ja, .verbose = &verbose, .status = &st});
 //
-// Tasks 0 to 7, 10, 11, 12, 20, 40, 50, 54, 55, 56, 80, 90 and 100 are complete. The steps
-// beyond ordering are entries of the step table `skelda_steps()`: symbolic factorisation
-// (symbolic.hpp), numerical factorisation (numeric.hpp) and the solve, determinant and
-// multiplication steps (solve.hpp) are installed there by default; the later ones (sparse
-// inversion, state objects and files) are installed by the code that implements them, and
+// Tasks 0 to 7, 10, 11, 12, 20, 40, 50, 54, 55, 56, 71 to 75, 80, 90 and 100 are complete. The
+// steps beyond ordering are entries of the step table `skelda_steps()`: symbolic factorisation
+// (symbolic.hpp), numerical factorisation (numeric.hpp), the solve, determinant and
+// multiplication steps (solve.hpp) and the saved-state objects and files (state.hpp) are
+// installed there by default; a later one (sparse inversion) is installed by the code that
+// implements it, and
 // until a step is installed a task that needs it ends with status `kSkeldaStepMissing`, whose
 // text is the unknown-error line.
 #pragma once
