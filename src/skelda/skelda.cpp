@@ -9,6 +9,7 @@
 #include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/solve.hpp"
 #include "mmekit/skelda/spinv.hpp"
+#include "mmekit/skelda/state.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
@@ -117,6 +118,7 @@ SkeldaSteps& skelda_steps() {
     installed.numfac = skelda_numfac_step;
     install_solve_steps(installed);  // solve, det, logdet, mulinv, mulfac
     installed.spinv = skelda_spinv_step;
+    installed.state_file = skelda_state_step;  // saved-state objects and state files
     return installed;
   }();
   return steps;

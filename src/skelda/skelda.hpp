@@ -8,13 +8,13 @@
 //   std::int32_t st = 0, verbose = 2;
 //   skeldatask(10, {.neq = &n, .ia = &ia, .ja = &ja, .verbose = &verbose, .status = &st});
 //
-// Tasks 0 to 7, 10, 11, 12, 20, 40, 50, 54, 55, 56, 61, 80, 90 and 100 are complete. The steps
-// beyond ordering are entries of the step table `skelda_steps()`: symbolic factorisation
-// (symbolic.hpp), numerical factorisation (numeric.hpp), the solve, determinant and
-// multiplication steps (solve.hpp) and the sparse inversion (spinv.hpp) are installed there by
-// default; the later ones (state objects and files) are installed by the code that implements them, and
-// until a step is installed a task that needs it ends with status `kSkeldaStepMissing`, whose
-// text is the unknown-error line.
+// Every task is complete: 0 to 7, 10, 11, 12, 20, 40, 50, 54, 55, 56, 61, 71 to 75, 80, 90
+// and 100. The steps beyond ordering are entries of the step table `skelda_steps()`: symbolic
+// factorisation (symbolic.hpp), numerical factorisation (numeric.hpp), the solve, determinant
+// and multiplication steps (solve.hpp), the sparse inversion (spinv.hpp) and the saved-state
+// objects and files (state.hpp) are installed there by default. A caller may replace a step;
+// a task whose step has been removed ends with status `kSkeldaStepMissing`, whose text is the
+// unknown-error line.
 #pragma once
 
 #include <cstdint>
