@@ -228,7 +228,7 @@ void write_sparse_xbm(std::string_view file, std::int32_t n, const Array1<std::i
   if (!f.stream) return;
   std::ostream& o = *f.stream;
   o << "#define sparse_width " << pic.side << "\n#define sparse_height " << pic.side << '\n';
-  o << "static unsigned char sparse_bits[] = {\n";
+  o << "static unsigned sparse_bits[] = {\n";
   const std::int64_t bytes_per_row = (pic.side + 7) / 8;
   std::vector<std::string> bytes;
   for (std::int64_t pr = 0; pr < pic.side; ++pr)

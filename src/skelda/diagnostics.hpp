@@ -50,9 +50,11 @@ void print_supernodes(std::int32_t nsn, const Array1<std::int32_t>& xsuper);
 // and bottom edges are cut by the matrix. Nothing is written for n or pixels below 1.
 //
 // X bitmap: "#define sparse_width <w>", "#define sparse_height <h>",
-// "static unsigned char sparse_bits[] = {", the rows of pixels, each padded to whole bytes,
+// "static unsigned sparse_bits[] = {", the rows of pixels, each padded to whole bytes,
 // one byte (0xhh, least significant bit the leftmost pixel) per 8 pixels, 12 bytes a line, a
-// pixel set when its square holds an entry; "};".
+// pixel set when its square holds an entry; "};". The declaration line is the solver's own
+// (the array's element type left out); readers that insist on "unsigned char" need that word
+// put back.
 void write_sparse_xbm(std::string_view file, std::int32_t n, const Array1<std::int32_t>& ia,
                       const Array1<std::int32_t>& ja, std::int32_t pixels);
 
