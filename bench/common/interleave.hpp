@@ -22,6 +22,7 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -177,6 +178,18 @@ inline void report(benchmark::State& state, const Comparison& c, int a, int b) {
   state.counters["ratio_wall"] = c.ratio_wall(a, b);
   state.counters["load_start"] = c.load1_start;
   state.counters["load_end"] = c.load1_end;
+}
+
+// A comma-separated list of numbers from the environment variable `name` ("300000,1000000"),
+// or `def` when it is not set.
+inline std::vector<long> list_from_env(const char* name, const std::vector<long>& def) {
+  const char* e = std::getenv(name);
+  if (!e) return def;
+  std::vector<long> v;
+  std::stringstream ss(e);
+  std::string item;
+  while (std::getline(ss, item, ',')) v.push_back(std::atol(item.c_str()));
+  return v;
 }
 
 // Rounds of each comparison: MMEKIT_BENCH_ROUNDS, at least 3 (default 3).

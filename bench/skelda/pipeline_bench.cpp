@@ -24,7 +24,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -183,16 +182,6 @@ Phases run_cholmod(const mmekit::sparse_ija& m, const Array1<double>& rhs, const
   return p;
 }
 
-std::vector<long> list_from_env(const char* name, const std::vector<long>& def) {
-  const char* e = std::getenv(name);
-  if (!e) return def;
-  std::vector<long> v;
-  std::stringstream ss(e);
-  std::string item;
-  while (std::getline(ss, item, ',')) v.push_back(std::atol(item.c_str()));
-  return v;
-}
-
 void print_row(const char* name, const Phases& p, const Phases& ref) {
   std::printf("   %-16s %9.3f %9.3f %9.3f %9.3f %9.3f %8.3f  %13.0f %13.0f %9.1f\n", name, p.order, p.symbolic,
               p.numeric, p.total(), p.solve, p.total() / ref.total(), p.nnz_l, p.stored, p.peak_bytes / 1048576.0);
@@ -257,8 +246,8 @@ void Pipeline(benchmark::State& state, long records, int threads) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  for (long rec : list_from_env("MMEKIT_PIPELINE_RECORDS", {385000, 1290000}))
-    for (long th : list_from_env("MMEKIT_PIPELINE_THREADS", {1, 2}))
+  for (long rec : mmekit::benchcmp::list_from_env("MMEKIT_PIPELINE_RECORDS", {385000, 1290000}))
+    for (long th : mmekit::benchcmp::list_from_env("MMEKIT_PIPELINE_THREADS", {1, 2}))
       benchmark::RegisterBenchmark(("Pipeline/" + std::to_string(rec) + "/threads:" + std::to_string(th)).c_str(),
                                    [rec, th](benchmark::State& s) { Pipeline(s, rec, static_cast<int>(th)); })
           ->Unit(benchmark::kMillisecond)

@@ -21,7 +21,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -201,16 +200,6 @@ void SpinvVsTorvex(benchmark::State& state, long records) {
   state.counters["n"] = m.n;
 }
 
-std::vector<long> list_from_env(const char* name, const std::vector<long>& def) {
-  const char* e = std::getenv(name);
-  if (!e) return def;
-  std::vector<long> v;
-  std::stringstream ss(e);
-  std::string item;
-  while (std::getline(ss, item, ',')) v.push_back(std::atol(item.c_str()));
-  return v;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -218,7 +207,7 @@ int main(int argc, char** argv) {
       ->Unit(benchmark::kMillisecond)
       ->Iterations(1)
       ->UseManualTime();
-  for (long rec : list_from_env("MMEKIT_SPINV_RECORDS", {385000, 1290000}))
+  for (long rec : mmekit::benchcmp::list_from_env("MMEKIT_SPINV_RECORDS", {385000, 1290000}))
     benchmark::RegisterBenchmark(("SpinvVsNumeric/" + std::to_string(rec)).c_str(),
                                  [rec](benchmark::State& s) { SpinvVsNumeric(s, rec); })
         ->Unit(benchmark::kMillisecond)
