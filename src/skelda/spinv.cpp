@@ -600,7 +600,9 @@ std::int32_t skelda_spinv(std::int32_t neq, const Array1<std::int32_t>& ia, cons
   }
   // From here on lnz is no factor any more, even when the kernel failed half way.
   s.stage() = 40;
-  if (info != 0) return info;
+  // A failed DPOTRI or DTRTRI is a LAPACK error of the task: its info (a column number) would
+  // read as an unrelated line of the status table, so the task reports status 8.
+  if (info != 0) return 8;
   if (extract_inverse(layout, *s.lnz, *s.iperm, ia, ja, a) != kSkeldaOk) return 5;
   s.iparm(kTempInv) = sizes.maxtmp;
   s.rparm(59) = clock.cpu();

@@ -116,8 +116,8 @@ std::int32_t extract_inverse(const Sx2Layout& layout, const Array1<double>& lnz,
 
 // The inversion task on skelda_state: status 3 unless the state holds a factor (stage 30), 4
 // when neq or the number of entries differ from the factorised matrix, 11 for a Cholesky
-// factor, 1 when the work cannot be allocated, 90 when its size overflows; the kernel's status
-// when it fails (stage 40 all the same); 5 when an entry of the pattern has no place in the
+// factor, 1 when the work cannot be allocated, 90 when its size overflows; 8 when the kernel
+// fails in DPOTRI or DTRTRI (stage 40 all the same); 5 when an entry of the pattern has no place in the
 // factor. On success `a` holds the inverse on its own pattern and stage is 40. Prints the sizes
 // of the work at |verbose| above 2.
 std::int32_t skelda_spinv(std::int32_t neq, const Array1<std::int32_t>& ia, const Array1<std::int32_t>& ja,

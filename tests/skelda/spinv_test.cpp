@@ -34,7 +34,7 @@ Inverse spinv(const densem& a, const std::vector<std::pair<std::int32_t, std::in
   skelda_state = SkeldaState{};
   skelda_init();
   for (const auto& [k, v] : params) set_iparm(k, v);
-  Inverse r{upper_ija(a)};
+  Inverse r{upper_ija(a), -1, {}};
   std::int32_t n = r.m.n;
   CaptureOutput cap;
   skeldatask(61, {.neq = &n, .ia = &r.m.ia, .ja = &r.m.ja, .a = &r.m.a, .verbose = &verbose, .status = &r.st});
@@ -234,7 +234,7 @@ TEST_F(SkeldaSpinv, PrintoutOfTheTaskAndOfTheTimedVariant) {
   }
 }
 
-TEST_F(SkeldaSpinv, FailingKernelLeavesStage40AndItsStatus) {
+TEST_F(SkeldaSpinv, FailingKernelLeavesStage40AndStatus8) {
   const densem a = random_spd(40, 0.1, 13);
   for (const bool panel : {false, true}) {
     sparse_ija m = upper_ija(a);
@@ -248,11 +248,16 @@ TEST_F(SkeldaSpinv, FailingKernelLeavesStage40AndItsStatus) {
     fake.dtrtri = [](char, char, blas_int, double*, blas_int) { return blas_int{1}; };
     fake.dpotri = [](char, blas_int, double*, blas_int) { return blas_int{2}; };
     if (panel) fake.dpotri = default_skelda_inv_blas().dpotri;
+    InvmfSizes z;
+    ASSERT_EQ(invmf_simulate(skelda_layout(), {}, z), 0);
+    Array1<double> copy = *skelda_state.lnz;
     CaptureOutput cap;
-    const std::int32_t got = skelda_spinv(n, m.ia, m.ja, m.a, 0, fake);
+    // The kernel returns LAPACK's info: a panel-form root inverts its last block first, so the
+    // failure is at that block's first column. The task turns it into status 8.
+    EXPECT_EQ(supernodal_sx2_invmf(skelda_layout(), copy, *skelda_state.cflag, {}, z, fake),
+              panel ? 1 + (sx2_blocks(skelda_layout().width(root), 4) - 1) * 4 : 2);
+    EXPECT_EQ(skelda_spinv(n, m.ia, m.ja, m.a, 0, fake), 8);
     EXPECT_EQ(skelda_state.stage(), 40);
-    // A panel-form root inverts its last block first: the failure is at that block's first column.
-    EXPECT_EQ(got, panel ? 1 + (sx2_blocks(skelda_layout().width(root), 4) - 1) * 4 : 2);
-    EXPECT_EQ(cap.text(), panel ? "ERROR: TRTRI\n" : "");
+    EXPECT_EQ(cap.text(), panel ? "ERROR: TRTRI\nERROR: TRTRI\n" : "");
   }
 }
