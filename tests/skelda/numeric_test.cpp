@@ -189,12 +189,15 @@ TEST(SkeldaNumeric, EveryRouteEqualsLapackOnTheKeptColumns) {
                         : supernodal_sx2_mf_omp_v1(l, *s.snparent, lnz, cflag, mo, default_skelda_blas(), rank, 0);
         ASSERT_EQ(st, 0);
         EXPECT_EQ(rank, c.rank);
-        if (route == 0) EXPECT_EQ(potrf_calls, plain ? blocks : 0);
+        if (route == 0) {
+          EXPECT_EQ(potrf_calls, plain ? blocks : 0);
+        }
         check_factor(a, l, lnz, cflag, form.type, c.rank, c.acc);
-        if (plain)
+        if (plain) {
           EXPECT_EQ(route == 0 ? snll_factor(l, lnz, cflag, lo, with_potrf(true), rank)
                                : supernodal_sx2_mf_omp_v1(l, *s.snparent, lnz, cflag, {}, with_potrf(true), rank, 0),
                     8);
+        }
       }
       // The task, with the detection of dependent columns (the default).
       std::int32_t st = -1, rank = -1, three = 3;

@@ -264,7 +264,9 @@ TEST(DenseRows, ThresholdSplitAndArrowMatrix) {
     EXPECT_EQ(dense, 1);
     ASSERT_TRUE(is_permutation_pair(perm, iperm, n)) << int(m);
     EXPECT_EQ(perm(n), 1) << int(m);
-    if (m != M::metis || !mmekit::skelda_have_metis()) EXPECT_EQ(fill_count(arrow, perm), 3 * n - 3) << int(m);
+    if (m != M::metis || !mmekit::skelda_have_metis()) {
+      EXPECT_EQ(fill_count(arrow, perm), 3 * n - 3) << int(m);
+    }
   }
 }
 
