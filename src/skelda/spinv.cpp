@@ -8,6 +8,7 @@
 #include <new>
 #include <vector>
 
+#include "mmekit/skelda/numeric.hpp"
 #include "mmekit/skelda/symbolic.hpp"
 #include "mmekit/support/clock.hpp"
 #include "mmekit/support/format.hpp"
@@ -63,7 +64,7 @@ struct Node {
     if (!panel) return base + (c - 1) * w + (c - 1);
     return base + sx2_panel_offset(c, c, nb, p);
   }
-  // Pointer to row k (from 0) of the rows below the block in column c (normal form).
+  // Pointer to the first of the rows below the block in column c (normal form).
   double* below(std::int64_t c) const { return base + w * w + (c - 1) * m; }
 };
 
@@ -98,21 +99,6 @@ void clear_flagged(const Sx2Layout& l, Array1<double>& lnz, const Array1<std::in
         if (flagged(cflag, b.f + r - 1)) d[r - c] = 0.0;
       for (std::int64_t k = 0; k < b.m; ++k)
         if (flagged(cflag, b.rows[k])) b.below(c)[k] = 0.0;
-    }
-  }
-}
-
-// The Cholesky columns of a factor made LDL: d = l(c,c)^2, the column below divided by l(c,c).
-void cholesky_to_ldl(const Sx2Layout& l, Array1<double>& lnz, const SkeldaInvBlas& blas) {
-  for (std::int32_t s = 1; s <= l.nsn; ++s) {
-    const Node b = node_of(l, lnz, s);
-    for (std::int64_t c = 1; c <= b.w; ++c) {
-      double* d = b.diag(c);
-      if (!(*d > 0.0)) continue;
-      const double g = *d;
-      *d = g * g;
-      if (c < b.w) blas.dscal(bi(b.w - c), 1.0 / g, d + 1, 1);
-      if (b.m > 0) blas.dscal(bi(b.m), 1.0 / g, b.below(c), 1);
     }
   }
 }
@@ -281,7 +267,7 @@ std::int32_t invmf_kernel(const Sx2Layout& l, Array1<double>& lnz, const Array1<
   std::vector<std::int32_t> rel(static_cast<std::size_t>(sizes.maxnc));
   std::vector<std::int64_t> colpos(static_cast<std::size_t>(sizes.maxnc));
 
-  if (!opt.ldl) cholesky_to_ldl(l, lnz, blas);
+  if (!opt.ldl) ldl_from_cholesky(l, lnz, default_skelda_blas());  // the factorisation's own conversion
   clear_flagged(l, lnz, cflag);
   Gather gather(l, lnz, rel.data());
   Timer clock(timers);
