@@ -323,21 +323,27 @@ void check_factor_against_matrix(std::int32_t n, const Array1<std::int32_t>& ia,
   o << "check: done.\n";
 }
 
+namespace {
+// The heading of a block of the diagonal part ("D") or of a panel below it ("T"): its sizes, the
+// supernode, the columns it covers, the block indices and its position in lnz.
+void block_heading(char kind, std::int64_t nt, std::int64_t nb, std::int32_t s, std::int64_t jfirst,
+                   std::int64_t jlast, std::int64_t bi, std::int64_t bj, std::int64_t pos) {
+  out() << kind << " nt,nb=" << free_format(nt, nb) << ";  SN=" << free_format(s) << ";  jfst-jlst"
+        << free_format(jfirst, jlast) << ";  BI,BJ=" << free_format(bi, bj) << ";  posT=" << free_format(pos) << '\n';
+}
+}  // namespace
+
 void print_diagonal_blocks(const Sx2Layout& layout, const Array1<double>& lnz, std::int32_t s) {
   const std::int64_t w = layout.width(s), first = layout.first(s), p = layout.panel;
-  std::ostream& o = out();
   if (!layout.panel_form(s)) {
-    o << "D nt,nb=" << free_format(w, w) << ";  SN=" << free_format(s) << ";  jfst-jlst" << free_format(first, first + w - 1)
-      << ";  BI,BJ=" << free_format(1, 1) << ";  posT=" << free_format((*layout.xlnz)(s)) << '\n';
+    block_heading('D', w, w, s, first, first + w - 1, 1, 1, (*layout.xlnz)(s));
     print_block(lnz, (*layout.xlnz)(s), w, w, w, true);
     return;
   }
   const std::int64_t nb = sx2_blocks(w, p);
   for (std::int64_t j = 1; j <= nb; ++j) {
     const std::int64_t pos = layout.diag_position(s, (j - 1) * p + 1, (j - 1) * p + 1);
-    o << "D nt,nb=" << free_format(p, p) << ";  SN=" << free_format(s) << ";  jfst-jlst"
-      << free_format(first + (j - 1) * p, std::min(first + j * p, first + w) - 1) << ";  BI,BJ=" << free_format(j, j)
-      << ";  posT=" << free_format(pos) << '\n';
+    block_heading('D', p, p, s, first + (j - 1) * p, std::min(first + j * p, first + w) - 1, j, j, pos);
     print_block(lnz, pos, p, p, (nb - j + 1) * p, true);
   }
 }
@@ -345,13 +351,10 @@ void print_diagonal_blocks(const Sx2Layout& layout, const Array1<double>& lnz, s
 void print_panel_blocks(const Sx2Layout& layout, const Array1<double>& lnz, std::int32_t s) {
   if (!layout.panel_form(s)) return;
   const std::int64_t w = layout.width(s), first = layout.first(s), p = layout.panel, nb = sx2_blocks(w, p);
-  std::ostream& o = out();
   for (std::int64_t j = 1; j <= nb; ++j)
     for (std::int64_t i = j + 1; i <= nb; ++i) {
       const std::int64_t pos = layout.diag_position(s, (i - 1) * p + 1, (j - 1) * p + 1);
-      o << "T nt,nb=" << free_format(p, p) << ";  SN=" << free_format(s) << ";  jfst-jlst"
-        << free_format(first + (j - 1) * p, std::min(first + j * p, first + w) - 1) << ";  BI,BJ=" << free_format(i, j)
-        << ";  posT=" << free_format(pos) << '\n';
+      block_heading('T', p, p, s, first + (j - 1) * p, std::min(first + j * p, first + w) - 1, i, j, pos);
       print_block(lnz, pos, p, p, (nb - j + 1) * p, false);
     }
 }
