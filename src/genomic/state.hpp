@@ -9,6 +9,7 @@
 // SNPs 1..nsnp; every array is an Array1/Array2 from 1 unless its comment says otherwise.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -149,6 +150,14 @@ struct GenomicOptions {
   bool saveHinv = false, saveHinvOrig = false, saveGimA22iOrig = false, saveGimA22iRen = false;
   bool saveAinv = false, saveAinvOrig = false, saveGOrig = false, saveA22Orig = false;
   bool saveDiagGOrig = false, saveDiagA22Orig = false, readOrigId = false, RegGonA = false;
+
+  // Read by read_genomic_options beside the fields above.
+  double whichfreq_value = 0.5;       // the constant frequency of whichfreq 4 (its second number)
+  double whichfreqScale_value = 0.5;  // the same for whichfreqScale 4
+  bool adjGmean = false, adjGscale = false;  // adjust G to the mean or scale of A22
+  // create_given(m): the key Create... of matrix m was given with a value other than 0; a
+  // later Read... clears `create`, and this is what still shows that both were asked for.
+  std::array<bool, genomic_matrix_count + 1> create_given{};  // by GenomicMatrix; 0 unused
 
   // The record with its defaults.
   GenomicOptions();
