@@ -218,6 +218,7 @@ struct GenomicState {
   Array2<std::int32_t> map;          // (nsnp, 3): SNP index, chromosome, position
   std::vector<std::string> snp_names; // 50 characters each, when the map file has them
   Array1<double> D;                   // (nsnp): SNP weights
+  Array1<double> freq;                // (nsnp): allele frequencies, read or counted
 
   // ---- quality control
   Array1<std::int32_t> snpFlag;     // (nsnp): reason code, 0 kept
