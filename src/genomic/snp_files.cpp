@@ -44,9 +44,28 @@ class LineCursor {
     p_ = nl ? nl + 1 : end_;
     return true;
   }
-  // Moves on to just after the next '\n' from `from` (a pointer into the current text); for
-  // callers that know where a line's content ends and need only its end.
-  const char* position() const { return p_; }
+  // Whether the next line is exactly `len` characters long (its '\n', or "\r\n", or the end of
+  // the text right after them), without a '\n' among its first `head` characters; then `line`
+  // is it and `advance` the characters to move on by. The characters from `head` to `len` are
+  // not looked at: the caller checks that they hold no '\n'. Lines of a genotype file have one
+  // length, so this spares the search for the end of each line.
+  bool peek_fixed(std::int64_t len, std::int64_t head, std::string_view& line, std::int64_t& advance) const {
+    const std::int64_t left = end_ - p_;
+    if (left < len) return false;
+    if (left == len) {
+      advance = len;
+    } else if (p_[len] == '\n') {
+      advance = len + 1;
+    } else if (p_[len] == '\r' && (left == len + 1 || p_[len + 1] == '\n')) {
+      advance = std::min(left, len + 2);
+    } else {
+      return false;
+    }
+    if (head > 0 && std::memchr(p_, '\n', static_cast<std::size_t>(std::min(head, len)))) return false;
+    line = std::string_view(p_, static_cast<std::size_t>(len));
+    return true;
+  }
+  void advance(std::int64_t n) { p_ += n; }
   void skip(std::int64_t n) {
     std::string_view l;
     for (std::int64_t i = 0; i < n && next(l); ++i) {
@@ -160,30 +179,66 @@ LineLayout line_layout(std::string_view line, std::int64_t maxsnp) {
   return r;
 }
 
-// True when `line` has the integer layout (first, n) of the file without a doubt: the blank
-// before the markers, only digits in them, a blank or the end after them and no "." anywhere
-// within the buffer. Valid only for layouts whose markers reach past the identifier columns
-// and end inside the buffer (see `fast_layout_ok`).
-bool same_integer_layout(std::string_view line, std::int64_t first, std::int64_t n, std::int64_t maxsnp) {
+// True when, around its markers, `line` has the integer layout (first, n) of the file without
+// a doubt: at least n markers, the blank before them, a blank or the end after them and no "."
+// anywhere else within the buffer. Together with `only_digits` (or `convert_codes`) on the
+// markers this is the whole layout check of a line, valid for layouts whose markers reach past
+// the identifier columns and end inside the buffer (see `fast_layout_ok`).
+bool integer_frame_ok(std::string_view line, std::int64_t first, std::int64_t n, std::int64_t maxsnp) {
   const std::int64_t len = static_cast<std::int64_t>(line.size());
   const std::int64_t end = first - 1 + n;  // last marker column
   if (len < end) return false;
   if (first > 1 && line[static_cast<std::size_t>(first - 2)] != ' ') return false;
   if (len > end && line[static_cast<std::size_t>(end)] != ' ') return false;
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(line.data()) + first - 1;
-  unsigned char bad = 0;
-  for (std::int64_t j = 0; j < n; ++j) bad |= static_cast<unsigned char>(static_cast<unsigned char>(p[j] - '0') > 9);
-  if (bad) return false;
   if (first > 1 && std::memchr(line.data(), '.', static_cast<std::size_t>(first - 1))) return false;
   const std::int64_t rest_end = std::min(len, maxsnp);
-  if (rest_end > end && std::memchr(line.data() + end, '.', static_cast<std::size_t>(rest_end - end))) return false;
-  return true;
+  return rest_end <= end || !std::memchr(line.data() + end, '.', static_cast<std::size_t>(rest_end - end));
+}
+
+bool only_digits(const unsigned char* p, std::int64_t n) {
+  unsigned char nondigit = 0;
+  for (std::int64_t j = 0; j < n; ++j) nondigit |= static_cast<unsigned char>(static_cast<unsigned char>(p[j] - '0') > 9);
+  return !nondigit;
+}
+
+// Markers p[0..n) as codes into `row` (3 and 4 as 5 with `aipl`). Returns false when a
+// character is not a digit; `bad` is set when a code is not 0, 1, 2 or 5 (a non-digit too).
+bool convert_codes(const unsigned char* p, std::int64_t n, std::int8_t* row, bool aipl, bool& bad) {
+  unsigned char nondigit = 0, wrong = 0;
+  if (aipl) {
+    for (std::int64_t j = 0; j < n; ++j) {
+      unsigned char v = static_cast<unsigned char>(p[j] - '0');
+      nondigit |= static_cast<unsigned char>(v > 9);
+      v = (v == 3 || v == 4) ? 5 : v;
+      wrong |= static_cast<unsigned char>((v > 2) & (v != 5));
+      row[j] = static_cast<std::int8_t>(v);
+    }
+  } else {
+    for (std::int64_t j = 0; j < n; ++j) {
+      const unsigned char v = static_cast<unsigned char>(p[j] - '0');
+      nondigit |= static_cast<unsigned char>(v > 9);
+      wrong |= static_cast<unsigned char>((v > 2) & (v != 5));
+      row[j] = static_cast<std::int8_t>(v);
+    }
+  }
+  if (wrong) bad = true;
+  return !nondigit;
 }
 
 bool fast_layout_ok(const SnpLayout& l, std::int64_t maxsnp) {
   return !l.real && l.nsnp > 0 && l.first - 1 + l.nsnp >= std::min(id_columns, maxsnp) &&
          l.first + l.nsnp <= maxsnp;
 }
+
+// The genotypes read while the layout is checked: an integer file of a layout that allows the
+// quick line check is converted in the same pass.
+struct ReadAlong {
+  std::int64_t ngen = 0;
+  bool missingAIPL = false;
+  GenotypeMatrix M;       // allocated from the first line when the pass converts
+  bool converting = false;
+  bool bad = false;       // a line held a code other than 0, 1, 2, 5
+};
 
 // ---- Small parsers for the numeric text files
 
@@ -230,15 +285,36 @@ std::string pad50(std::string s) {
 
 // ---- Genotype file -----------------------------------------------------------------------------
 
-SnpLayout check_SNP_format(std::string_view text, std::int64_t maxsnp, std::int64_t skip) {
+namespace {
+
+// The layout check over all lines, converting the genotypes on the way when `along` is given.
+SnpLayout scan_genotype_text(std::string_view text, std::int64_t maxsnp, std::int64_t skip, ReadAlong* along) {
   SnpLayout file;
   LineCursor cur(text);
   cur.skip(skip);
   std::string_view line;
   bool fast = false;
-  while (cur.next(line)) {
+  std::int64_t len = 0, step = 0;
+  auto markers = [&](std::string_view l) { return reinterpret_cast<const unsigned char*>(l.data()) + file.first - 1; };
+  // Converts the markers of line `file.lines` when it is one of M's rows; false when a
+  // character among them is not a digit.
+  auto convert = [&](std::string_view l) {
+    if (static_cast<std::int64_t>(l.size()) < file.first - 1 + file.nsnp) return false;
+    if (!along || !along->converting || file.lines > along->ngen) return only_digits(markers(l), file.nsnp);
+    return convert_codes(markers(l), file.nsnp, along->M.codes_row(file.lines), along->missingAIPL, along->bad);
+  };
+  for (;;) {
+    if (fast && cur.peek_fixed(len, file.first - 1, line, step) && integer_frame_ok(line, file.first, file.nsnp, maxsnp)) {
+      ++file.lines;
+      if (convert(line)) {
+        cur.advance(step);
+        continue;
+      }
+      --file.lines;
+    }
+    if (!cur.next(line)) break;
     ++file.lines;
-    if (fast && same_integer_layout(line, file.first, file.nsnp, maxsnp)) continue;
+    if (fast && integer_frame_ok(line, file.first, file.nsnp, maxsnp) && convert(line)) continue;
     const LineLayout l = line_layout(line, maxsnp);
     if (file.lines == 1) {
       file.first = l.first;
@@ -254,6 +330,12 @@ SnpLayout check_SNP_format(std::string_view text, std::int64_t maxsnp, std::int6
         out() << '\n';
       }
       fast = fast_layout_ok(file, maxsnp);
+      len = file.first - 1 + file.nsnp;
+      if (along && fast) {
+        along->M.resize_codes_for_overwrite(along->ngen, file.nsnp);
+        along->converting = true;
+        convert(line);  // non-digits among the markers are wrong codes
+      }
       continue;
     }
     if (l.real && !file.real) {
@@ -265,9 +347,31 @@ SnpLayout check_SNP_format(std::string_view text, std::int64_t maxsnp, std::int6
            free_format(" First gentoype SNP pos is: ", file.first, " numbers of SNP: ", file.nsnp) + "\n" +
            free_format(" SNP pos at genotype: ", file.lines, " is: ", l.first, " numbers of SNP: ", l.nsnp));
     }
+    if (fast && !l.real) convert(line);  // the same layout, other characters among the markers
   }
   if (file.lines == 0) file.nsnp = 0;
   return file;
+}
+
+[[noreturn]] void not_genotype_codes() { stop(free_format(" Genotypes should only contain 0, 1, 2 and 5")); }
+
+[[noreturn]] void wrong_line_count(std::int64_t lines, std::int64_t ngen) {
+  stop(free_format(" Number of lines in the genotype file differs from the cross-reference file:", lines, ngen));
+}
+
+std::int64_t count_lines(std::string_view text, std::int64_t skip) {
+  LineCursor cur(text);
+  cur.skip(skip);
+  std::string_view line;
+  std::int64_t n = 0;
+  while (cur.next(line)) ++n;
+  return n;
+}
+
+}  // namespace
+
+SnpLayout check_SNP_format(std::string_view text, std::int64_t maxsnp, std::int64_t skip) {
+  return scan_genotype_text(text, maxsnp, skip, nullptr);
 }
 
 SnpLayout check_SNP_format(std::istream& unit, std::int64_t maxsnp, std::int64_t skip) {
@@ -318,31 +422,26 @@ bool read_f2(std::string_view field, double& v) {
   return true;
 }
 
-[[noreturn]] void not_genotype_codes() { stop(free_format(" Genotypes should only contain 0, 1, 2 and 5")); }
-
 }  // namespace
 
 void read_genotypes(std::string_view text, const SnpLayout& layout, bool missingAIPL,
                     std::int64_t skip, std::int64_t ngen, GenotypeMatrix& M) {
   const std::int64_t nsnp = std::max<std::int64_t>(layout.nsnp, 0);
-  std::int64_t lines = 0;
-  {
-    LineCursor cur(text);
-    cur.skip(skip);
-    std::string_view line;
-    if (ngen < 0) {
-      while (cur.next(line)) ++lines;
-      ngen = lines;
-    }
-  }
+  if (ngen < 0) ngen = count_lines(text, skip);
   GenotypeMatrix G;
   G.resize(ngen, nsnp, layout.real);
   LineCursor cur(text);
   cur.skip(skip);
   std::string_view line;
-  std::int64_t i = 0;
+  std::int64_t i = 0, step = 0;
   const std::int64_t c0 = layout.first - 1;  // characters before the first marker
-  while (cur.next(line)) {
+  const std::int64_t len = layout.real ? 0 : c0 + nsnp;  // the length of a line, mostly
+  for (;;) {
+    if (len > 0 && cur.peek_fixed(len, c0, line, step)) {
+      cur.advance(step);
+    } else if (!cur.next(line)) {
+      break;
+    }
     ++i;
     if (i > ngen) continue;  // counted only, for the message below
     if (layout.real) {
@@ -364,38 +463,38 @@ void read_genotypes(std::string_view text, const SnpLayout& layout, bool missing
     std::int8_t* row = G.codes_row(i);
     const std::int64_t avail = std::clamp<std::int64_t>(static_cast<std::int64_t>(line.size()) - c0, 0, nsnp);
     const unsigned char* p = reinterpret_cast<const unsigned char*>(line.data()) + (avail > 0 ? c0 : 0);
-    unsigned char bad = 0;
-    if (missingAIPL) {
-      for (std::int64_t j = 0; j < avail; ++j) {
-        unsigned char v = static_cast<unsigned char>(p[j] - '0');
-        v = (v == 3 || v == 4) ? 5 : v;
-        bad |= static_cast<unsigned char>((v > 2) & (v != 5));
-        row[j] = static_cast<std::int8_t>(v);
-      }
-    } else {
-      for (std::int64_t j = 0; j < avail; ++j) {
-        const unsigned char v = static_cast<unsigned char>(p[j] - '0');
-        bad |= static_cast<unsigned char>((v > 2) & (v != 5));
-        row[j] = static_cast<std::int8_t>(v);
-      }
-    }
+    bool bad = false;
+    convert_codes(p, avail, row, missingAIPL, bad);
     if (bad) not_genotype_codes();
     for (std::int64_t j = avail; j < nsnp; ++j) row[j] = 0;
   }
-  if (i != ngen)
-    stop(free_format(" Number of lines in the genotype file differs from the cross-reference file:", i, ngen));
+  if (i != ngen) wrong_line_count(i, ngen);
   M = std::move(G);
+}
+
+SnpLayout read_genotype_text(std::string_view text, std::int64_t maxsnp, bool missingAIPL, std::int64_t ngen,
+                             GenotypeMatrix& M) {
+  ReadAlong along;
+  along.ngen = ngen < 0 ? count_lines(text, 0) : ngen;
+  along.missingAIPL = missingAIPL;
+  const SnpLayout layout = scan_genotype_text(text, maxsnp, 0, &along);
+  report_SNP_layout(layout, make_SNP_formats(layout, maxsnp), maxsnp);
+  if (!along.converting || layout.real) {
+    read_genotypes(text, layout, missingAIPL, 0, along.ngen, M);
+  } else {
+    if (along.bad) not_genotype_codes();
+    if (layout.lines != along.ngen) wrong_line_count(layout.lines, along.ngen);
+    M = std::move(along.M);
+  }
+  return layout;
 }
 
 void read_SNP_file() {
   GenomicOptions& o = genomic.opt;
   Stopwatch watch;
   const FileText file(o.SNP_file);
-  const SnpLayout layout = check_SNP_format(file.text(), o.maxsnp);
-  const SnpFormats formats = make_SNP_formats(layout, o.maxsnp);
-  report_SNP_layout(layout, formats, o.maxsnp);
   const std::int64_t ngen = genomic.genId.size() > 0 ? genomic.ngen : -1;
-  read_genotypes(file.text(), layout, o.missingAIPL, 0, ngen, genomic.M);
+  const SnpLayout layout = read_genotype_text(file.text(), o.maxsnp, o.missingAIPL, ngen, genomic.M);
   genomic.nsnp = static_cast<std::int32_t>(layout.nsnp);
   genomic.ngen = static_cast<std::int32_t>(genomic.M.rows());
   print_free("    Number of Genotyped animals: ", genomic.ngen);

@@ -74,6 +74,12 @@ void report_SNP_layout(const SnpLayout& layout, const SnpFormats& formats, std::
 void read_genotypes(std::string_view text, const SnpLayout& layout, bool missingAIPL,
                     std::int64_t skip, std::int64_t ngen, GenotypeMatrix& M);
 
+// The whole reading of a genotype file `text`: the layout check (read along in the same pass
+// where the layout allows), the layout report and the genotypes into M, with the messages and
+// stops of `check_SNP_format`, `report_SNP_layout` and `read_genotypes` in that order.
+SnpLayout read_genotype_text(std::string_view text, std::int64_t maxsnp, bool missingAIPL, std::int64_t ngen,
+                             GenotypeMatrix& M);
+
 // Entry: the file of `genomic.opt.SNP_file` read into genomic.M, with nsnp and (when the
 // cross-reference file has not been read) ngen set; prints the layout, the number of animals
 // and the elapsed time.

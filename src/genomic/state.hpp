@@ -10,8 +10,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "mmekit/support/array.hpp"
@@ -164,6 +166,9 @@ class GenotypeMatrix {
  public:
   // ngen x nsnp, every genotype `fill`; `real_form` chooses the storage.
   void resize(std::int64_t ngen, std::int64_t nsnp, bool real_form, double fill = 0.0);
+  // ngen x nsnp in the integer form with the codes not set, for a reader that writes every one
+  // of them before the matrix is used (it spares a pass over the whole matrix).
+  void resize_codes_for_overwrite(std::int64_t ngen, std::int64_t nsnp);
   void clear();
 
   std::int64_t rows() const { return rows_; }
@@ -188,7 +193,20 @@ class GenotypeMatrix {
   const double* reals_row(std::int64_t i) const { return real_ ? reals_.data() + (i - 1) * cols_ : nullptr; }
 
  private:
-  std::vector<std::int8_t> codes_;
+  // Elements are default-initialised: resize_codes_for_overwrite leaves them unset.
+  template <class T>
+  struct NoInitAllocator : std::allocator<T> {
+    template <class U>
+    struct rebind { using other = NoInitAllocator<U>; };
+    NoInitAllocator() = default;
+    template <class U>
+    NoInitAllocator(const NoInitAllocator<U>&) noexcept {}
+    template <class U>
+    void construct(U* p) noexcept { ::new (static_cast<void*>(p)) U; }
+    template <class U, class... Args>
+    void construct(U* p, Args&&... args) { ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...); }
+  };
+  std::vector<std::int8_t, NoInitAllocator<std::int8_t>> codes_;
   std::vector<double> reals_;
   std::int64_t rows_ = 0, cols_ = 0;
   bool real_ = false;

@@ -66,6 +66,46 @@ TEST(SnpFiles, IntegerLayoutFormatsAndGenotypes) {
   EXPECT_EQ(check_SNP_format("", 400000).nsnp, 0);
 }
 
+TEST(SnpFiles, OnePassReadAgreesWithCheckThenRead) {
+  // Lines of every kind the quick path must hand on: "\r\n" ends, a line with a blank after
+  // its markers, a last line without a line end.
+  std::string text;
+  for (int i = 0; i < 6; ++i) {
+    std::string m(70, '0');
+    for (std::size_t j = 0; j < m.size(); ++j) m[j] = "0125"[(i * 7 + j * 3 + j / 5) % 4];
+    std::string l = gline(std::to_string(100 + i), 9, m);
+    if (i == 2) l.insert(l.size() - 1, "\r");
+    if (i == 3) l.insert(l.size() - 1, "   x");
+    if (i == 5) l.pop_back();
+    text += l;
+  }
+  CaptureOutput cap;
+  GenotypeMatrix one, two;
+  const SnpLayout l = read_genotype_text(text, 400000, false, 6, one);
+  read_genotypes(text, check_SNP_format(text, 400000), false, 0, 6, two);
+  ASSERT_EQ(l.nsnp, 70);
+  ASSERT_EQ(one.rows(), 6);
+  for (std::int64_t i = 1; i <= 6; ++i)
+    for (std::int64_t j = 1; j <= 70; ++j) ASSERT_EQ(one(i, j), two(i, j)) << i << " " << j;
+  EXPECT_EQ(one(6, 70), text[text.size() - 1] - '0');
+
+  // The layout of every line is checked before any genotype: a wrong code on line 2 is not
+  // reported when line 3 has another layout; without it the code is, after the layout lines.
+  std::string bad = gline("1", 9, std::string(69, '1') + "7");
+  const std::string lines = gline("1", 9, std::string(70, '0')) + bad;
+  EXPECT_NE(test::stop_text([&] { read_genotype_text(lines + gline("2", 9, std::string(71, '0')), 400000, false, 3, one); })
+                .find("wrong format"),
+            std::string::npos);
+  cap.clear();
+  const auto s = test::run_to_stop([&] { read_genotype_text(lines, 400000, false, 2, one); });
+  EXPECT_EQ(s.printed.substr(0, 54), "     Column position in file for the first marker:  11");
+  EXPECT_EQ(s.message, "  Genotypes should only contain 0, 1, 2 and 5");
+  const std::string good = gline("1", 9, std::string(70, '0'));
+  test::expect_stop([&] { read_genotype_text(good + good, 400000, false, 3, one); },
+                    "  Number of lines in the genotype file differs from the cross-reference file: 2 3");
+  EXPECT_EQ(one(6, 70), two(6, 70));  // left alone by the failed reads
+}
+
 TEST(SnpFiles, IdentifiersNear50ColumnsAndWrongFormat) {
   const std::string m(60, '1');
   // A 49-column identifier ends at column 50: the markers start at 51.
