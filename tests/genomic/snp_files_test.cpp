@@ -56,6 +56,9 @@ TEST(SnpFiles, IntegerLayoutFormatsAndGenotypes) {
   test::expect_stop([&] { read_genotypes(four, l, false, 0, 1, M); }, "  Genotypes should only contain 0, 1, 2 and 5");
   test::expect_stop([&] { read_genotypes(letter, l, true, 0, 1, M); }, "  Genotypes should only contain 0, 1, 2 and 5");
   EXPECT_EQ(M(2, 60), 5);  // untouched by the failed reads
+  read_genotypes(four, l, true, 0, 1, M);
+  EXPECT_EQ(M(1, 60), 5);
+  EXPECT_EQ(M(1, 59), 1);
   test::expect_stop([&] { read_genotypes(text, l, true, 1, 3, M); },
                     "  Number of lines in the genotype file differs from the cross-reference file: 2 3");
 
@@ -207,7 +210,7 @@ TEST(SnpFiles, MapFile) {
   fails("1 1 5\n0 1 6\n", 2, "  SNP index equal 0, and should be > 0");
   fails("1 0 5\n", 1, "  CHR Number equal 0, and should be > 0");
   fails("1 1 5\n2 1 6\n", 3, " Error in reading CHRINFO: different number of SNP ");
-  fails("1 1 5\n4 1 6\n", 2, " Error in reading CHRINFO: SNP id > # SNP");
+  fails("1 1 5\n3 1 6\n", 2, " Error in reading CHRINFO: SNP id > # SNP");
   fails("1 1\n", 1, "  Error reading MAP file at line: 1");
 }
 
