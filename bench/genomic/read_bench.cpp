@@ -9,6 +9,9 @@
 //   bench_genomic_read read <file> [sum]
 //       reads the cross-reference and genotype files as a setup run does and prints the
 //       elapsed time (and with "sum" the sum of all codes of M)
+//   bench_genomic_read touch <animals> <snps>
+//       the floor of any reader that stores M: a fresh M of that size allocated as the reader
+//       does and every code written once (memset), timed
 //   bench_genomic_read [benchmark options]
 //       Google Benchmark: reading a 2,000 x 20,000 file written to the current directory
 #include <benchmark/benchmark.h>
@@ -125,6 +128,15 @@ int main(int argc, char** argv) {
   if (mode == "write" && argc >= 5)
     return write_genotypes(argv[2], std::atol(argv[3]), std::atol(argv[4]), argc > 5 ? std::strtoull(argv[5], nullptr, 10) : 1) ? 0 : 1;
   if (mode == "plink" && argc >= 4) return write_plink(argv[2], argv[3]) ? 0 : 1;
+  if (mode == "touch" && argc >= 4) {
+    const auto t0 = std::chrono::steady_clock::now();
+    mmekit::GenotypeMatrix M;
+    M.resize_codes_for_overwrite(std::atol(argv[2]), std::atol(argv[3]));
+    if (M.rows() > 0) std::memset(M.codes_row(1), 1, static_cast<std::size_t>(M.rows() * M.cols()));
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    std::printf("touched %lld x %lld in %.3f s\n", static_cast<long long>(M.rows()), static_cast<long long>(M.cols()), seconds);
+    return M.rows() > 0 && M.codes_row(M.rows())[M.cols() - 1] == 1 ? 0 : 1;
+  }
   if (mode == "read" && argc >= 3) {
     return mmekit::run_program([&] {
       const double seconds = read_into_M(argv[2]);

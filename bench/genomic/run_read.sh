@@ -41,6 +41,14 @@ wc1=$(seconds wc -l geno.txt)
 wc2=$(seconds wc -l geno.txt)
 echo "wc -l: $wc1 s (first), $wc2 s (warm)"
 
+# The floor of any reader that keeps M: fresh memory for it, every byte written once.
+touch_best=""
+for r in $(seq "$REPEAT"); do
+  t=$("$bin" touch "$N" "$S" | awk '{ print $(NF - 1) }')
+  if [ -z "$touch_best" ] || awk -v a="$t" -v b="$touch_best" 'BEGIN { exit !(a < b) }'; then touch_best=$t; fi
+done
+echo "fresh M written once (the floor of storing it): best $touch_best s"
+
 best="" best_rss=""
 for r in $(seq "$REPEAT"); do
   /usr/bin/time -v "$bin" read geno.txt > ours.out 2> ours.time
@@ -53,6 +61,8 @@ done
 grep -E 'Number of SNPs|Number of Genotyped animals' ours.out || true
 awk -v o="$best" -v i="$best_inside" -v w="$wc2" -v m="$best_rss" 'BEGIN {
   printf "ours best: %.3f s process (%.2f x wc -l), %.3f s reading (%.2f x wc -l), peak %d MiB\n", o, o / w, i, i / w, m / 1024 }'
+awk -v i="$best_inside" -v t="$touch_best" -v w="$wc2" 'BEGIN {
+  printf "ours reading less the floor of storing M: %.3f s (%.2f x wc -l)\n", i - t, (i - t) / w }'
 
 if ! command -v plink1.9 >/dev/null 2>&1; then
   sudo=""; [ "$(id -u)" = 0 ] || sudo=sudo

@@ -82,9 +82,12 @@ class FileText {
  public:
   explicit FileText(const std::string& name) {
     const int fd = ::open(name.c_str(), O_RDONLY);
-    if (fd < 0) stop(free_format("Error in open \"", name, "\" file not exist"));
     struct stat st {};
-    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+    if (fd < 0 || ::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+      if (fd >= 0) ::close(fd);
+      stop(free_format("Error in open \"", name, "\" file not exist"));
+    }
+    if (S_ISREG(st.st_mode)) {
       size_ = static_cast<std::size_t>(st.st_size);
       if (size_ > 0) {
         void* p = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
@@ -710,6 +713,23 @@ void write_freqdata_after_clean(const std::string& file, const Array1<double>& f
     f << free_format(j, freq(j), j <= flags.size() ? flags(j) : 0) << '\n';
 }
 
+namespace {
+// Counts of genotypes 0, 1, 2 per SNP (added to `counts`, three per SNP) and one animal's line.
+template <class T>
+void hete_row(const T* row, std::int64_t m, std::vector<std::int64_t>& counts, std::int64_t& present, std::int64_t& het) {
+  for (std::int64_t j = 0; j < m; ++j) {
+    const T g = row[j];
+    if (g == 0 || g == 1 || g == 2) ++counts[static_cast<std::size_t>(3 * j + static_cast<std::int64_t>(g))];
+    present += g != genotype_missing;
+    het += g == 1;
+  }
+}
+
+double share(std::int64_t part, std::int64_t whole) {
+  return whole > 0 ? static_cast<double>(part) / static_cast<double>(whole) : 0.0;
+}
+}  // namespace
+
 void write_hete_counts(const GenotypeMatrix& M, const std::string& snp_file, const std::string& anim_file) {
   const std::int64_t n = M.rows(), m = M.cols();
   std::vector<std::int64_t> counts(static_cast<std::size_t>(3 * m), 0);  // genotypes 0, 1, 2 per SNP
@@ -717,21 +737,15 @@ void write_hete_counts(const GenotypeMatrix& M, const std::string& snp_file, con
   open_output(fa, anim_file);
   for (std::int64_t i = 1; i <= n; ++i) {
     std::int64_t present = 0, het = 0;
-    for (std::int64_t j = 0; j < m; ++j) {
-      const double g = M(i, j + 1);
-      const int k = g == 0 ? 0 : g == 1 ? 1 : g == 2 ? 2 : -1;
-      if (k >= 0) ++counts[static_cast<std::size_t>(3 * j + k)];
-      if (g != genotype_missing) ++present;
-      if (g == 1) ++het;
-    }
-    fa << free_format(i, present, het, present > 0 ? static_cast<double>(het) / static_cast<double>(present) : 0.0) << '\n';
+    if (const std::int8_t* r = M.codes_row(i)) hete_row(r, m, counts, present, het);
+    else hete_row(M.reals_row(i), m, counts, present, het);
+    fa << free_format(i, present, het, share(het, present)) << '\n';
   }
   std::ofstream fs;
   open_output(fs, snp_file);
   for (std::int64_t j = 0; j < m; ++j) {
     const std::int64_t* k = &counts[static_cast<std::size_t>(3 * j)];
-    const std::int64_t total = k[0] + k[1] + k[2];
-    fs << free_format(j + 1, k[0], k[1], k[2], total > 0 ? static_cast<double>(k[1]) / static_cast<double>(total) : 0.0) << '\n';
+    fs << free_format(j + 1, k[0], k[1], k[2], share(k[1], k[0] + k[1] + k[2])) << '\n';
   }
 }
 
