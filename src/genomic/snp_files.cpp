@@ -705,6 +705,11 @@ SnpCounts write_freqdata_count(const GenotypeMatrix& M, const std::string& file,
   return c;
 }
 
+bool freq_after_clean_wanted(const GenomicOptions& o) {
+  return o.hwe || o.monomorphic || o.minfreq > 0 || o.callrate_remove || o.callrateAnim_remove ||
+         o.verify_parentage > 0;
+}
+
 void write_freqdata_after_clean(const std::string& file, const Array1<double>& freq,
                                 const Array1<std::int32_t>& flags) {
   std::ofstream f;

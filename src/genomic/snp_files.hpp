@@ -136,7 +136,9 @@ SnpCounts count_snps(const GenotypeMatrix& M);
 // with missing genotypes ("@ snp ..."). Returns the counts.
 SnpCounts write_freqdata_count(const GenotypeMatrix& M, const std::string& file, std::int32_t msg);
 
-// The frequencies after cleaning, with each SNP's flag code as a third column.
+// The frequencies after cleaning, with each SNP's flag code as a third column. Wanted when some
+// cleaning is in force: hwe, monomorphic SNPs, minfreq, call-rate removal or parentage checks.
+bool freq_after_clean_wanted(const GenomicOptions& opt);
 void write_freqdata_after_clean(const std::string& file, const Array1<double>& freq,
                                 const Array1<std::int32_t>& flags);
 

@@ -258,6 +258,14 @@ TEST(SnpFiles, CountFilesByHand) {
 
   Array1<std::int32_t> flags(2);
   flags(2) = 4;
+  GenomicOptions o;
+  EXPECT_TRUE(freq_after_clean_wanted(o));
+  o.monomorphic = o.callrate_remove = o.callrateAnim_remove = false;
+  o.minfreq = 0;
+  o.verify_parentage = 0;
+  EXPECT_FALSE(freq_after_clean_wanted(o));
+  o.hwe = true;
+  EXPECT_TRUE(freq_after_clean_wanted(o));
   write_freqdata_after_clean("freqdata.count.after.clean", c.freq, flags);
   EXPECT_EQ(test::read_file("freqdata.count.after.clean"), " 1 0.5 0\n 2 0.8333333333333334 4\n");
 
