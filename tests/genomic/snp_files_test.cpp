@@ -109,6 +109,46 @@ TEST(SnpFiles, OnePassReadAgreesWithCheckThenRead) {
   EXPECT_EQ(one(6, 70), two(6, 70));  // left alone by the failed reads
 }
 
+TEST(SnpFiles, EntriesOnFiles) {
+  genomic.reset();
+  test::write_file("g.txt", gline("11", 4, std::string(59, '2') + "0") + gline("12", 4, std::string(60, '1')));
+  test::write_file("g.txt_XrefID", "7\n9\n");
+  std::string freq, weights, map;
+  for (int j = 1; j <= 60; ++j) {
+    freq += std::to_string(j) + " 0.5\n";
+    weights += "2\n";
+    map += std::to_string(j) + " " + std::to_string(1 + j / 31) + " " + std::to_string(100 * j) + "\n";
+  }
+  test::write_file("g.freq", freq);
+  test::write_file("g.w", weights);
+  test::write_file("g.map", map);
+  genomic.opt.SNP_file = "g.txt";
+  genomic.opt.chrinfo = "g.map";
+  genomic.opt.FreqFile = "g.freq";
+  genomic.opt.weight_file = "g.w";
+  CaptureOutput cap;
+  read_xref_file();
+  read_SNP_file();
+  read_map_file();
+  read_freq_file();
+  read_weight_file();
+  EXPECT_EQ(genomic.ngen, 2);
+  EXPECT_EQ(genomic.nsnp, 60);
+  EXPECT_EQ(genomic.genId(2), 9);
+  EXPECT_EQ(genomic.M(1, 60), 0);
+  EXPECT_EQ(genomic.M(2, 1), 1);
+  EXPECT_EQ(genomic.map(31, 2), 2);
+  EXPECT_EQ(genomic.freq(60), 0.5);
+  EXPECT_EQ(genomic.D(60), 2.0);
+  const std::string t = cap.text();
+  EXPECT_NE(t.find("     Number of Genotyped animals:  2\n     Reading SNP file elapsed time: "), std::string::npos) << t;
+  genomic.opt.chrinfo = "none.map";
+  test::expect_stop([] { read_map_file(); }, " Error in open \" none.map \" file not exist");
+  genomic.opt.SNP_file = ".";
+  test::expect_stop([] { read_SNP_file(); }, " Error in open \" . \" file not exist");
+  genomic.reset();
+}
+
 TEST(SnpFiles, IdentifiersNear50ColumnsAndWrongFormat) {
   const std::string m(60, '1');
   // A 49-column identifier ends at column 50: the markers start at 51.
