@@ -11,8 +11,10 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "mmekit/support/array.hpp"
@@ -173,6 +175,9 @@ class GenotypeMatrix {
  public:
   // ngen x nsnp, every genotype `fill`; `real_form` chooses the storage.
   void resize(std::int64_t ngen, std::int64_t nsnp, bool real_form, double fill = 0.0);
+  // ngen x nsnp in the integer form with the codes not set, for a reader that writes every one
+  // of them before the matrix is used (it spares a pass over the whole matrix).
+  void resize_codes_for_overwrite(std::int64_t ngen, std::int64_t nsnp);
   void clear();
 
   std::int64_t rows() const { return rows_; }
@@ -197,7 +202,20 @@ class GenotypeMatrix {
   const double* reals_row(std::int64_t i) const { return real_ ? reals_.data() + (i - 1) * cols_ : nullptr; }
 
  private:
-  std::vector<std::int8_t> codes_;
+  // Elements are default-initialised: resize_codes_for_overwrite leaves them unset.
+  template <class T>
+  struct NoInitAllocator : std::allocator<T> {
+    template <class U>
+    struct rebind { using other = NoInitAllocator<U>; };
+    NoInitAllocator() = default;
+    template <class U>
+    NoInitAllocator(const NoInitAllocator<U>&) noexcept {}
+    template <class U>
+    void construct(U* p) noexcept { ::new (static_cast<void*>(p)) U; }
+    template <class U, class... Args>
+    void construct(U* p, Args&&... args) { ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...); }
+  };
+  std::vector<std::int8_t, NoInitAllocator<std::int8_t>> codes_;
   std::vector<double> reals_;
   std::int64_t rows_ = 0, cols_ = 0;
   bool real_ = false;
@@ -227,6 +245,7 @@ struct GenomicState {
   Array2<std::int32_t> map;          // (nsnp, 3): SNP index, chromosome, position
   std::vector<std::string> snp_names; // 50 characters each, when the map file has them
   Array1<double> D;                   // (nsnp): SNP weights
+  Array1<double> freq;                // (nsnp): allele frequencies, read or counted
 
   // ---- quality control
   Array1<std::int32_t> snpFlag;     // (nsnp): reason code, 0 kept
