@@ -272,6 +272,21 @@ TEST(GenotypeSimulator, FilesAreReproducibleAndInTheirFormats) {
   EXPECT_EQ(test::read_file("gs1.truth"), truth);
 }
 
+// The example data set of the source tree is what its command line in README.txt makes.
+TEST(GenotypeSimulator, RemakesTheExampleDataSet) {
+  Config cfg;
+  cfg.seed = 2026;
+  cfg.genotyped = 300;
+  cfg.chromosomes = 5;
+  cfg.snps_per_chromosome = 400;
+  write_data_set(cfg, pedigree_of_size(2026, 1500), "example");
+  for (const char* e : {".snp", ".snp_XrefID", ".map", ".ped", ".truth"}) {
+    const std::string kept = test::read_file(std::string(MMEKIT_SOURCE_DIR) + "/examples/genomic/example" + e);
+    EXPECT_FALSE(kept.empty()) << e;
+    EXPECT_TRUE(kept == test::read_file(std::string("example") + e)) << e;
+  }
+}
+
 TEST(GenotypeSimulator, RefusesImpossibleInput) {
   auto message = [](const std::function<void()>& f) {
     try {
