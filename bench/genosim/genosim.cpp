@@ -44,9 +44,11 @@ class Rng {
     const double u = uniform_open(), v = uniform();
     return std::sqrt(-2.0 * std::log(u)) * std::cos(2.0 * M_PI * v);
   }
-  // Poisson by the product of uniforms: the means here are small.
+  // Poisson by the product of uniforms for the small means of crossovers, by its normal
+  // approximation above 30.
   std::int32_t poisson(double mean) {
     if (mean <= 0) return 0;
+    if (mean > 30) return static_cast<std::int32_t>(std::max(0.0, std::round(mean + std::sqrt(mean) * normal())));
     const double limit = std::exp(-mean);
     std::int32_t k = 0;
     for (double p = uniform(); p > limit && k < 10000; p *= uniform()) ++k;
@@ -171,8 +173,8 @@ void check_config(const Config& c, std::size_t n) {
     fail("genotyped animals must be between 1 and the animals of the pedigree");
   if (c.chromosomes < 1 || c.snps_per_chromosome < 1) fail("chromosomes and SNPs must be positive");
   if (static_cast<std::int64_t>(c.chromosomes) * c.snps_per_chromosome > 10'000'000) fail("more than 10000000 SNPs");
-  if (!(c.chromosome_mb * 1e6 >= 2.0 * c.snps_per_chromosome) || c.chromosome_mb > 1e4)
-    fail("chromosomes too short for their SNPs");
+  if (!(c.chromosome_mb * 1e6 >= 2.0 * c.snps_per_chromosome)) fail("chromosomes too short for their SNPs");
+  if (c.chromosome_mb > 2000) fail("chromosomes longer than 2000 Mb");
   if (!(c.beta_a > 0 && c.beta_b > 0)) fail("beta parameters must be positive");
   auto share = [&](double v, const char* what) {
     if (!(v >= 0 && v <= 1)) fail(std::string(what) + " must be between 0 and 1");

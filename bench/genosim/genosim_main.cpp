@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <stdexcept>
 #include <string>
 
 #include "genosim/genosim.hpp"
@@ -35,7 +36,8 @@ long long to_integer(const std::string& option, const std::string& text) {
 double to_real(const std::string& option, const std::string& text) {
   char* end = nullptr;
   const double v = std::strtod(text.c_str(), &end);
-  if (text.empty() || *end != '\0') throw std::invalid_argument("genosim: " + option + " needs a number, not \"" + text + "\"");
+  if (text.empty() || *end != '\0')
+    throw std::invalid_argument("genosim: " + option + " needs a number, not \"" + text + "\"");
   return v;
 }
 

@@ -95,12 +95,14 @@ TEST(GenotypeSimulator, InheritanceFrequenciesLinkageAndPlantedFaults) {
     planted.insert({f.animal, f.other});
   }
   int pairs = 0;
-  for (std::int32_t a : animal)
-    for (std::int32_t p : {sim.recorded_sire[static_cast<std::size_t>(a - 1)], tp.dam[static_cast<std::size_t>(a - 1)]}) {
+  for (std::int32_t a : animal) {
+    const auto k = static_cast<std::size_t>(a - 1);
+    for (std::int32_t p : {sim.recorded_sire[k], tp.dam[k]}) {
       if (!row_of.count(p) || planted.count({a, p}) || a == dup || p == dup) continue;
       ++pairs;
       EXPECT_EQ(opposite(a, p), 0) << a << " " << p;
     }
+  }
   EXPECT_GT(pairs, 50);
 
   // The duplicate agrees with its source wherever both are called; the source is another line.
@@ -120,7 +122,7 @@ TEST(GenotypeSimulator, InheritanceFrequenciesLinkageAndPlantedFaults) {
   for (const Fault& f : faults[FaultKind::monomorphic]) mono.insert(f.snp);
   std::vector<double> freq(nsnp);
   double dev = 0;
-  int fixed = 0;
+  int fixed = 0, missing = 0;
   for (std::size_t j = 0; j < nsnp; ++j) {
     int n = 0, sum = 0, count[3] = {0, 0, 0};
     for (const std::string& r : rows)
@@ -135,6 +137,7 @@ TEST(GenotypeSimulator, InheritanceFrequenciesLinkageAndPlantedFaults) {
       EXPECT_LT(rate, 0.75);
     } else {
       EXPECT_GT(rate, 0.97) << j;
+      missing += static_cast<int>(ngen) - n;
     }
     freq[j] = sum / (2.0 * n);
     dev += std::abs(freq[j] - sim.frequency[j]);
@@ -146,6 +149,7 @@ TEST(GenotypeSimulator, InheritanceFrequenciesLinkageAndPlantedFaults) {
     }
   }
   EXPECT_EQ(fixed, 20);
+  EXPECT_NEAR(missing, 0.002 * 300 * 1999, 300);  // 1199 expected, sd 35
   EXPECT_LT(dev / nsnp, 0.07);
 
   // LD: r^2 of neighbouring SNPs against SNPs of different chromosomes.
@@ -169,6 +173,43 @@ TEST(GenotypeSimulator, InheritanceFrequenciesLinkageAndPlantedFaults) {
   far /= n_far;
   EXPECT_GT(near, 0.1);
   EXPECT_GT(near, 10 * far) << near << " " << far;
+}
+
+// Mendelian sampling: 400 full sibs get either allele of a heterozygous parent half the time,
+// at every SNP; the alleles of nearby SNPs go together, those of the two ends of a chromosome
+// (about one crossover on its way) are recombined in (1 - exp(-2)) / 2 of the progeny.
+TEST(GenotypeSimulator, HeterozygousParentPassesEachAlleleToHalfTheProgeny) {
+  std::vector<std::int32_t> sire(402, 1), dam(402, 2);
+  sire[0] = sire[1] = dam[0] = dam[1] = 0;
+  Config cfg = small_config();
+  cfg.genotyped = 402;
+  cfg.sire_share = 0;
+  cfg.missing = cfg.monomorphic = 0;
+  cfg.parent_conflicts = cfg.duplicates = cfg.low_call_snps = 0;
+  std::vector<std::string> rows;
+  simulate(cfg, sire, dam, [&](const Line& l) { rows.push_back(line_text(l)); });
+  ASSERT_EQ(rows.size(), 402u);
+  std::vector<std::vector<std::vector<int>>> passed(5);  // per chromosome and SNP: the sire's allele
+  for (std::size_t j = 0; j < 2000; ++j) {
+    if (rows[0][j] != '1' || rows[1][j] == '1') continue;
+    auto& t = passed[j / 400].emplace_back();
+    for (std::size_t i = 2; i < 402; ++i) t.push_back((rows[i][j] - '0') - (rows[1][j] - '0') / 2);
+    EXPECT_NEAR(std::count(t.begin(), t.end(), 1) / 400.0, 0.5, 0.15) << j;
+  }
+  auto recombined = [](const std::vector<int>& x, const std::vector<int>& y) {
+    int same = 0;
+    for (std::size_t i = 0; i < x.size(); ++i) same += x[i] == y[i];
+    return std::min(same, 400 - same) / 400.0;
+  };
+  double near = 0, far = 0;
+  int n_near = 0;
+  for (const auto& t : passed) {
+    ASSERT_GT(t.size(), 20u);
+    for (std::size_t k = 0; k + 1 < t.size(); ++k, ++n_near) near += recombined(t[k], t[k + 1]);
+    far += recombined(t.front(), t.back()) / 5;
+  }
+  EXPECT_LT(near / n_near, 0.02);
+  EXPECT_NEAR(far, 0.43, 0.1);
 }
 
 TEST(GenotypeSimulator, FilesAreReproducibleAndInTheirFormats) {
@@ -255,7 +296,8 @@ TEST(GenotypeSimulator, FilesAreReproducibleAndInTheirFormats) {
     truth += fault_name(f.kind);
     if (f.kind == FaultKind::parent_conflict) {
       ++conflicts;
-      EXPECT_NE(sim.recorded_sire[static_cast<std::size_t>(f.animal - 1)], ped.animals[static_cast<std::size_t>(f.animal - 1)].sire);
+      const auto k = static_cast<std::size_t>(f.animal - 1);
+      EXPECT_NE(sim.recorded_sire[k], ped.animals[k].sire);
       truth += " animal " + std::to_string(f.animal) + " recorded_sire " + std::to_string(f.other) + " true_sire " +
                std::to_string(f.truth) + "\n";
     } else if (f.kind == FaultKind::duplicate) {
@@ -313,6 +355,8 @@ TEST(GenotypeSimulator, RefusesImpossibleInput) {
   c.real_width = 0;
   c.chromosome_mb = 1e-4;
   EXPECT_EQ(message([&] { simulate(c, none, none, skip); }), "genosim: chromosomes too short for their SNPs");
+  c.chromosome_mb = 2001;
+  EXPECT_EQ(message([&] { simulate(c, none, none, skip); }), "genosim: chromosomes longer than 2000 Mb");
 }
 
 }  // namespace
