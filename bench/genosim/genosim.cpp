@@ -168,12 +168,14 @@ struct Genome {
 
 void check_config(const Config& c, std::size_t n) {
   auto fail = [](const std::string& what) { throw std::invalid_argument("genosim: " + what); };
-  if (n < 1 || n > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() - 1)) fail("empty pedigree");
+  if (n < 1) fail("empty pedigree");
+  if (n > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() - 1)) fail("pedigree too large");
   if (c.genotyped < 1 || static_cast<std::size_t>(c.genotyped) > n)
     fail("genotyped animals must be between 1 and the animals of the pedigree");
   if (c.chromosomes < 1 || c.snps_per_chromosome < 1) fail("chromosomes and SNPs must be positive");
   if (static_cast<std::int64_t>(c.chromosomes) * c.snps_per_chromosome > 10'000'000) fail("more than 10000000 SNPs");
-  if (!(c.chromosome_mb * 1e6 >= 2.0 * c.snps_per_chromosome)) fail("chromosomes too short for their SNPs");
+  // At least 5 bp per SNP keeps the jittered positions distinct.
+  if (!(c.chromosome_mb * 1e6 >= 5.0 * c.snps_per_chromosome)) fail("chromosomes too short for their SNPs");
   if (c.chromosome_mb > 2000) fail("chromosomes longer than 2000 Mb");
   if (!(c.beta_a > 0 && c.beta_b > 0)) fail("beta parameters must be positive");
   auto share = [&](double v, const char* what) {

@@ -10,16 +10,21 @@
 //
 // The same configuration and pedigree give the same files, bit for bit, on every run.
 //
-// The simulation. An ancestral population of `ancestral_haplotypes` haplotypes is drawn from
-// allele frequencies p = 0.02 + 0.96 Beta(beta_a, beta_b) per SNP (a share `monomorphic` fixed at 0 or 1).
-// Each founder haplotype (a parent unknown in the pedigree) is a mosaic of ancestral segments of
-// mean length `segment_mb`, so nearby SNPs are in linkage disequilibrium. A progeny inherits
-// from each parent one recombined haplotype: per chromosome a Poisson number of crossovers
-// (`crossovers_per_100mb`), at uniform positions, switching between the parent's two
-// haplotypes. Only the animals the genotyped ones descend from are made, in pedigree order
-// (parents first), and the haplotypes of an animal are released once its last progeny in that
-// subset (and, for the source of a duplicated sample, its copy) has been made. Haplotypes are
-// bit words, one word per 64 SNPs, each chromosome starting a new word.
+// The simulation. Each SNP has an allele frequency p = 0.02 + 0.96 Beta(beta_a, beta_b) (a share
+// `monomorphic` fixed at 0 or 1). An ancestral population of `ancestral_haplotypes` haplotypes
+// carries these frequencies with linkage disequilibrium: a haplotype thresholds a Gaussian walk
+// along the chromosome (allele 1 where the walk is below the p-quantile) whose correlation
+// between two SNPs is exp(-distance / `ld_mb`). Each founder haplotype (a parent unknown in the
+// pedigree) is a mosaic of ancestral segments of mean length `segment_mb`, so LD stays high
+// between neighbouring SNPs and fades with distance.
+//
+// A progeny inherits from each parent one recombined haplotype: per chromosome a Poisson number
+// of crossovers (`crossovers_per_100mb`), at uniform positions, switching between the parent's
+// two haplotypes, starting from either at random. Only the animals the genotyped ones descend
+// from are made, in pedigree order (parents first), and the haplotypes of an animal are released
+// once its last progeny in that subset (and, for the source of a duplicated sample, its copy)
+// has been made. Haplotypes are bit words, one word per 64 SNPs, each chromosome starting a new
+// word.
 //
 // The genotyped animals: the `sire_share` of them are the sires with most recorded progeny, the
 // rest are drawn among the youngest animals (the last `young_pool` times as many as needed).
@@ -31,8 +36,8 @@
 //   duplicate:       a genotyped animal whose line holds the genotypes of another genotyped
 //                    animal (the missing genotypes of the two lines are drawn apart);
 //   low_call_rate:   a SNP missing in about 1 - `low_call_rate` of the animals;
-//   monomorphic:     every SNP with one genotype only among the non-missing ones written (the
-//                    planted fixed ones and those fixed by drift).
+//   monomorphic:     every SNP with one allele only among the non-missing genotypes written
+//                    (the planted fixed ones and those fixed by drift).
 // Each other genotype is missing with probability `missing`.
 //
 // Files of write_data_set, for the prefix P:
