@@ -576,6 +576,7 @@ Simulation write_data_set(const Config& config, const benchgen::Dataset& pedigre
     sire[k] = pedigree.animals[k].sire;
     dam[k] = pedigree.animals[k].dam;
   }
+  check_config(config, sire.size());  // before any file is made
   const std::string snp = prefix + ".snp", real = prefix + ".real.snp";
   File fsnp = open_for_writing(snp), fxref = open_for_writing(snp + "_XrefID");
   File freal, frxref;
