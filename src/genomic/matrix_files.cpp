@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <vector>
@@ -353,11 +354,23 @@ std::int64_t scan_file(MatrixUnit& u, const std::string& name, bool binary, bool
   return count;
 }
 
-void prepare(densem& X, std::int64_t n) { X.resize(n, 0.0); }
-void prepare(dense_symm& X, std::int64_t n) { X.resize(n, 0.0); }
-void prepare(sparse_hashm& X, std::int64_t n) {
+void prepare(densem& X, std::int64_t n, std::int64_t) { X.resize(n, 0.0); }
+void prepare(dense_symm& X, std::int64_t n, std::int64_t) { X.resize(n, 0.0); }
+// A table sized for about `elements` elements, so that reading does not rehash it again and
+// again.
+void prepare(sparse_hashm& X, std::int64_t n, std::int64_t elements) {
   const char storage = X.status != 0 ? X.storage : 'u';
-  init_sparse_hashm(X, static_cast<std::int32_t>(n), std::nullopt, storage);
+  const std::int64_t slots = std::max<std::int64_t>(elements + elements / 4 + 16, 64);
+  init_sparse_hashm(X, static_cast<std::int32_t>(n), slots, storage);
+}
+
+// The elements a file of this size holds at most (binary) or typically (text).
+std::int64_t elements_in(const std::string& name, bool binary, bool new_form) {
+  std::error_code ec;
+  const auto bytes = std::filesystem::file_size(name, ec);
+  if (ec) return 0;
+  const std::uint64_t per = binary ? (new_form ? 32 : 24) : (new_form ? 61 : 20);
+  return static_cast<std::int64_t>(std::min<std::uint64_t>(bytes / per, std::uint64_t{1} << 40));
 }
 
 void put(densem& X, std::int64_t i, std::int64_t j, double v) {
@@ -561,7 +574,7 @@ std::int64_t read_positions(M& X, const std::string& name, bool binary, std::int
     u.rewind();
   }
   if (n > std::numeric_limits<std::int32_t>::max()) stop(free_format(" matrix order too large:", n));
-  prepare(X, n);
+  prepare(X, n, elements_in(file, binary, new_form));
   std::string who = " READGmA22_";
   for (char c : storage_kind_name<M>()) who += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   int triangle = 0;  // 1 lower, 2 upper, by the first element off the diagonal

@@ -184,7 +184,8 @@ void GmA22_sparse_hashm(sparse_hashm& result, const sparse_hashm& G, const spars
   if (G.storage != A22.storage) stop(" GmA22_sparse_hashm: G and A22 with different storage");
   Stopwatch sw;
   sparse_hashm r;
-  init_sparse_hashm(r, G.n, std::max<std::int64_t>(G.nel + A22.nel, 1), G.storage);
+  const std::int64_t both = G.nel + A22.nel;  // room for all without growing
+  init_sparse_hashm(r, G.n, both + both / 4 + 16, G.storage);
   for_each_slot(G, [&](std::int32_t i, std::int32_t j, double v) { addm_sparse_hashm(wG * v, i, j, r); });
   for_each_slot(A22, [&](std::int32_t i, std::int32_t j, double v) { addm_sparse_hashm(-wA * v, i, j, r); });
   result = std::move(r);
