@@ -15,6 +15,7 @@
 
 #include "mmekit/genomic/state.hpp"
 #include "mmekit/support/format.hpp"
+#include "mmekit/support/framed.hpp"
 #include "mmekit/support/free_format.hpp"
 #include "mmekit/support/output.hpp"
 #include "mmekit/support/stop.hpp"
@@ -59,18 +60,29 @@ std::string checked_name(const std::string& name) {
   return s;
 }
 
-// Unit 456 for the length of one file; closed on every way out, a stop included.
+// One matrix file for the length of a routine; closed on every way out, a stop included.
+// Text goes through unit 456. A binary file is written and read by the framed-record writer
+// and reader themselves, each with its own large buffer: the unit table's record path costs
+// several times more than the 16 to 24 bytes of an element.
 class MatrixUnit {
  public:
   MatrixUnit(const std::string& name, bool binary, bool reading) : name_(name), binary_(binary) {
-    units.close(matrix_file_unit);
-    if (!units.open(matrix_file_unit, name_, !binary, reading ? "old" : "replace")) {
+    bool ok = false;
+    if (binary) {
+      ok = reading ? reader_.open(name_) : writer_.open(name_);
+    } else {
+      units.close(matrix_file_unit);
+      ok = units.open(matrix_file_unit, name_, true, reading ? "old" : "replace");
+      if (ok) text_ = units.text(matrix_file_unit);
+    }
+    if (!ok) {
       if (reading) stop("Error in open \"" + name_ + "\" file not exist");
       stop("Error in open \"" + name_ + "\" file can not be created");
     }
-    if (!binary) text_ = units.text(matrix_file_unit);
   }
-  ~MatrixUnit() { units.close(matrix_file_unit); }
+  ~MatrixUnit() {
+    if (!binary_) units.close(matrix_file_unit);
+  }
   MatrixUnit(const MatrixUnit&) = delete;
   MatrixUnit& operator=(const MatrixUnit&) = delete;
 
@@ -79,14 +91,18 @@ class MatrixUnit {
   void maybe_flush() {
     if (buf_.size() >= text_chunk) flush_text();
   }
-  // Writing binary: one record.
+  // Writing binary: one record (a failed write stops in the writer).
   template <std::size_t N>
   void record(const std::array<unsigned char, N>& r) {
-    if (!units.write_record(matrix_file_unit, r)) fail();
+    writer_.write_bytes(r.data(), N);
   }
   // Ends the writing; a failure to write stops the run.
   void finish() {
-    if (!binary_) flush_text();
+    if (binary_) {
+      writer_.close();
+      return;
+    }
+    flush_text();
     if (!units.close(matrix_file_unit)) fail();
   }
 
@@ -116,13 +132,17 @@ class MatrixUnit {
   }
   // Reading binary: the next record; false at its end or at a record that is not framed.
   bool record(std::vector<unsigned char>& r, bool& bad) {
-    const FramedStatus s = units.read_record(matrix_file_unit, r);
+    const FramedStatus s = reader_.read_bytes(r);
     bad = s != FramedStatus::ok && s != FramedStatus::end_of_file;
     return s == FramedStatus::ok;
   }
   void rewind() {
+    if (binary_) {
+      reader_.rewind();
+      return;
+    }
     units.rewind(matrix_file_unit);
-    if (text_) text_->clear();
+    text_->clear();
     buf_.clear();
     pos_ = 0;
     eof_ = false;
@@ -138,6 +158,8 @@ class MatrixUnit {
 
   std::string name_;
   bool binary_;
+  FramedWriter writer_;
+  FramedReader reader_;
   std::fstream* text_ = nullptr;
   std::string buf_;
   std::size_t pos_ = 0;

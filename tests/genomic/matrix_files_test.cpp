@@ -228,6 +228,11 @@ TEST(MatrixFiles, ReadingChecksAndMessages) {
   EXPECT_EQ(s.message, "or other format");
   EXPECT_EQ(s.printed, free_format(" READGmA22_SPARSE_HASHM: vector genId not match data file: ", 2, 1, 3, 7) +
                            "\nor other format\n");
+  save_positions(as_kind<dense_symm>(a), "n.txt", false, &genId);  // (1, 3) is the first to differ, in lj
+  const auto third = test::ints({7, 3, 5});
+  EXPECT_EQ(test::stop_output([&] { read_positions(h, "n.txt", false, 0, &third); }),
+            free_format(" READGmA22_SPARSE_HASHM: vector genId not match data file: ", 1, 3, 7, 9) +
+                "\nor other format\n");
   genomic.reset();
   genomic.genId = other;
   genomic.opt.binaries_files = true;
