@@ -249,13 +249,15 @@ void for_each_position(const sparse_hashm& X, F&& f) {
   });
 }
 
-// Every element (i, j) of the symmetric matrix, both triangles; the hash kind only the
-// non-zero ones, in both orientations.
+// Every element (i, j) of the symmetric matrix, both triangles (a full matrix by columns, a
+// packed one by rows); the hash kind only the non-zero ones, in both orientations.
 template <class F>
 void for_each_pair(const densem& X, F&& f) {
   const std::int64_t n = X.order();
-  for (std::int64_t i = 1; i <= n; ++i)
-    for (std::int64_t j = 1; j <= n; ++j) f(i, j, X(i, j));
+  for (std::int64_t j = 1; j <= n; ++j) {
+    const double* c = &X(1, j);
+    for (std::int64_t i = 1; i <= n; ++i) f(i, j, c[i - 1]);
+  }
 }
 template <class F>
 void for_each_pair(const dense_symm& X, F&& f) {
