@@ -260,6 +260,7 @@ struct GenomicState {
   Array1<std::int32_t> animalKnownParents; // (n)
   Array1<std::int32_t> animalSex;          // (n): 0 no progeny, 1 sire, 2 dam, 3 both
   bool ped_chronological = true;
+  std::int32_t a22_columns = 64;           // columns of A22 made in one pass of the products
 
   // Back to the state of a fresh process (default options, nothing read).
   void reset();
