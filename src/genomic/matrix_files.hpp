@@ -2,8 +2,8 @@
 // shared by the three storage kinds they are kept in: `densem`, `dense_symm` and
 // `sparse_hashm`.
 //
-// File forms. Every file goes through unit 456; a binary file is a sequence of framed records,
-// a text file has one element a line.
+// File forms. A text file goes through unit 456 and has one element a line; a binary file is a
+// sequence of framed records, written and read by the framed-record writer and reader.
 //   old form     text "(2(i0,x),f0.12)": i j val;         binary: one record i (i4) j (i4) val (r8)
 //   new form     text "(4i10,f20.12)": i j li lj val;     binary: one record i j li lj (i4) val (r8)
 //                li and lj are the pedigree numbers genId(i) and genId(j)
@@ -37,7 +37,7 @@
 
 namespace mmekit {
 
-// The unit through which every matrix file is written and read.
+// The unit through which every text matrix file is written and read.
 inline constexpr std::int32_t matrix_file_unit = 456;
 // The longest file name a matrix routine takes.
 inline constexpr std::size_t matrix_file_name_max = 50;
